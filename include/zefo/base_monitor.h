@@ -1,0 +1,200 @@
+#ifndef ZEFO_BASE_MONITOR_H_
+#define ZEFO_BASE_MONITOR_H_
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "zefo/kernel_paths.h"
+#include "zefo/zefo_export.h"
+
+namespace zefo {
+
+/// The monitor kinds. Their values fix the order of sampling, of the callback sweep and of the
+/// report.
+enum ResourceMonitorType : int {
+  Cpu = 1,
+  Bpu = 2,
+  Disk = 3,
+  Memory = 4,
+  Network = 5,
+  Temperature = 6,
+  QeltDdr = 7,
+  ProcInfo = 8,
+};
+
+/// One printable record (one CPU, one disk, one process ...). Items are written by the sampling
+/// thread and read by hosts, both under the aggregator's lock.
+class ZEFO_EXPORT ResourceItem {
+ public:
+  ResourceItem() = default;
+  virtual ~ResourceItem() = default;
+  /// Writes this record's block of the text report.
+  virtual void PrintToStream(std::ostream& os) = 0;
+
+  /// Number of completed two-sample updates of this record.
+  uint64_t count = 0;
+};
+
+/// A monitor's records by name, in byte-wise name order. Owns the items: they are deleted with
+/// the container and never before. Not thread-safe on its own; guarded by the aggregator's lock.
+class ZEFO_EXPORT ResourceItems {
+ public:
+  using Map = std::map<std::string, ResourceItem*>;
+
+  ResourceItems() = default;
+  ~ResourceItems();
+  ResourceItems(const ResourceItems&) = delete;
+  ResourceItems& operator=(const ResourceItems&) = delete;
+
+  const Map& Items() const { return items_; }
+  /// The item under `name`, or null.
+  ResourceItem* Find(const std::string& name) const;
+  /// Stores `item` under `name` and takes ownership; an earlier item of that name is deleted.
+  void Insert(const std::string& name, ResourceItem* item);
+
+ private:
+  Map items_;
+};
+
+/// The sample remembered for one name, and when (wall-clock milliseconds; 0 = never stored).
+template <typename State>
+struct PrevState {
+  State state{};
+  int64_t timestamp = 0;
+};
+
+/// Wall-clock milliseconds since the Unix epoch, as `gettimeofday` gives them.
+ZEFO_EXPORT int64_t WallClockMs();
+
+/// A source of wall-clock milliseconds; monitors take one so tests can replay passes at chosen
+/// times.
+using ClockFn = int64_t (*)();
+
+/// Pairs each new sample of a name with the one stored at the previous pass and lets the kind's
+/// `DoUpdate` turn the two into an item. Runs on the sampling thread under the aggregator's lock.
+template <typename State, typename Item>
+class ResourceInfo {
+ public:
+  ResourceInfo() = default;
+  virtual ~ResourceInfo() = default;
+
+  /// Stores `current` as the sample of `name`; from the second sample of a name on, creates the
+  /// name's item if needed and fills it through `DoUpdate`. Never removes anything.
+  void Update(ResourceItems* items, const std::string& name, const State& current) {
+    Update(items, name, current, WallClockMs());
+  }
+
+  /// As above, with the time of the sample given by the caller.
+  void Update(ResourceItems* items, const std::string& name, const State& current, int64_t now_ms) {
+    PrevState<State>& entry = states[name];
+    if (entry.timestamp >= 1) {
+      Item* item = nullptr;
+      ResourceItem* existing = items->Find(name);
+      if (existing == nullptr) {
+        item = new Item();
+        items->Insert(name, item);
+      } else {
+        item = dynamic_cast<Item*>(existing);
+      }
+      if (item != nullptr) {
+        const double elapsed = static_cast<double>(now_ms - entry.timestamp) * 0.001;
+        DoUpdate(name, item, current, entry.state, elapsed);
+        ++item->count;
+      }
+    }
+    entry.state = current;
+    entry.timestamp = now_ms;
+  }
+
+  /// Fills `item` from two samples of `name` taken `elapsed` seconds apart.
+  virtual void DoUpdate(const std::string& name, Item* item, const State& current,
+                        const State& previous, double elapsed) = 0;
+
+  std::map<std::string, PrevState<State>> states;
+};
+
+/// Entries of `dir` (bare names, in directory order, hidden ones skipped) whose `lstat` mode
+/// passes `filter`. Entries whose `lstat` fails are left out. Thread-safe.
+ZEFO_EXPORT std::list<std::string> SubElement(const std::string& dir,
+                                              std::function<bool(unsigned int)> filter);
+
+/// Base of every monitor: its kind, its items and the readers it takes kernel files with.
+/// A monitor is driven by one thread at a time (the sampling thread, under the aggregator's
+/// lock); the readers are safe to call from any thread.
+class ZEFO_EXPORT BaseMonitor {
+ public:
+  explicit BaseMonitor(ResourceMonitorType type);
+  BaseMonitor(ResourceMonitorType type, const KernelPaths& paths);
+  virtual ~BaseMonitor();
+  BaseMonitor(const BaseMonitor&) = delete;
+  BaseMonitor& operator=(const BaseMonitor&) = delete;
+
+  /// One sampling pass.
+  virtual bool DoMonitor() = 0;
+
+  ResourceMonitorType Type() const { return type_; }
+  const ResourceItems::Map& Items() const { return items_->Items(); }
+  const KernelPaths& Paths() const { return paths_; }
+
+  /// Replaces the wall clock used to time samples (tests and replays).
+  void SetClock(ClockFn clock) { clock_ = clock; }
+
+  /// Whether `path` names an existing object.
+  bool IsExists(const std::string& path) const;
+
+  /// Every line of a regular file, without the newlines; empty if the file is missing,
+  /// unreadable or not a regular file. Never blocks; see file_reader for the limits.
+  std::list<std::string> ReadFile(const std::string& path) const;
+  /// As ReadFile, but a symbolic link at the last component counts as unreadable. For files
+  /// under directories that other users can write to.
+  std::list<std::string> ReadFileNoFollow(const std::string& path) const;
+
+  /// Applies `format` (one conversion) to the first line of the file. False, with `out`
+  /// untouched, when the file yields no line; true otherwise, matched or not.
+  bool ReadValue(const std::string& path, const std::string& format, void* out) const;
+  /// Presets -1, reads "%lld".
+  bool ReadValue(const std::string& path, long long& out) const;
+  /// Presets -1, reads "%ld".
+  bool ReadValue(const std::string& path, long& out) const;
+  /// Presets -1, reads "%d".
+  bool ReadValue(const std::string& path, int& out) const;
+  /// Presets 0, then reads with "%f": the parsed value lands as a float in the first four bytes
+  /// of `out`, so `out` does not hold the number. Kept for compatibility; do not rely on it.
+  bool ReadValue(const std::string& path, double& out) const;
+  /// Reads the first blank-separated word into `out`, which must hold at least kWordSize bytes.
+  bool ReadValue(const std::string& path, char* out) const;
+
+  /// Size of the word buffers that the readers and parsers fill (255 characters and a NUL).
+  static constexpr int kWordSize = 256;
+
+  /// Subdirectories of `dir` (links are not followed).
+  std::list<std::string> SubDirs(const std::string& dir) const;
+  /// Regular files in `dir` (links are not followed).
+  std::list<std::string> SubFiles(const std::string& dir) const;
+
+  /// Bytes per unit word: "B" 1, "kB" 1024, "MB" 2^20, "GB" 2^30, anything else 1.
+  static uint64_t UnitToBytes(const std::string& unit);
+  /// Clock ticks to hundredths of a second.
+  uint64_t LinuxProcessAdjustTime(unsigned long long ticks) const;
+
+ protected:
+  ResourceItems* MutableItems() { return items_; }
+  /// The time to stamp a sample with.
+  int64_t Now() const { return clock_(); }
+  double ClockTicks() const { return clock_ticks_; }
+
+ private:
+  ResourceMonitorType type_;
+  ResourceItems* items_;
+  double clock_ticks_;
+  KernelPaths paths_;
+  ClockFn clock_ = &WallClockMs;
+};
+
+}  // namespace zefo
+
+#endif  // ZEFO_BASE_MONITOR_H_

@@ -1,0 +1,126 @@
+#ifndef ZEFO_ZEFO_RESOURCE_MONITOR_H_
+#define ZEFO_ZEFO_RESOURCE_MONITOR_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "zefo/base_monitor.h"
+#include "zefo/kernel_paths.h"
+#include "zefo/zefo_export.h"
+#include "zefo/zefo_thread.h"
+#include "zefo/zefo_timer.h"
+
+namespace zefo {
+
+/// What a host's `GetResourceInfo` callback receives: one monitor's items by name.
+using ResourceInfoCallback =
+    std::function<void(ResourceMonitorType, const std::map<std::string, ResourceItem*>&)>;
+
+/// The sampling thread "res_monitor": runs every monitor once per period under the library's
+/// single lock. Owned and driven by `ZefoResourceMonitor`.
+class ZEFO_EXPORT MonitorThread : public ZefoThread {
+ public:
+  MonitorThread(int period, std::map<ResourceMonitorType, BaseMonitor*>* monitors);
+  ~MonitorThread() override;
+
+  /// The lock that guards every monitor's items and `update_time`.
+  ZefoThreadSpin* Spin() const { return spin; }
+  /// End time of the latest pass in wall-clock milliseconds, 0 before the first; read it
+  /// under `Spin()`.
+  uint64_t UpdateTime() const { return update_time; }
+
+ protected:
+  void do_run() override;
+  /// Cuts the wait between passes short, so stopping waits only for the pass in progress.
+  void do_stop() override;
+
+ private:
+  int period;
+  ZefoTimer* timer;
+  ZefoThreadSpin* spin;
+  uint64_t update_time;
+  std::map<ResourceMonitorType, BaseMonitor*>* monitors;
+};
+
+/// The aggregator: creates the monitors, runs the sampling thread and answers the host.
+/// Construction and destruction belong to one thread; `GetResourceInfo`, `GetResourceItem`,
+/// `PrintToStream` and `Print` may be called from any number of host threads at once.
+class ZEFO_EXPORT ZefoResourceMonitor {
+ public:
+  /// Samples all eight kinds every `period` milliseconds.
+  explicit ZefoResourceMonitor(int period);
+  /// Samples only the given processes (decimal ids) every `period` milliseconds.
+  ZefoResourceMonitor(int period, const std::set<std::string>& procs);
+  /// As the first form, with the kernel's files found under `paths`.
+  ZefoResourceMonitor(int period, const KernelPaths& paths);
+  /// As the second form, with the kernel's files found under `paths`.
+  ZefoResourceMonitor(int period, const std::set<std::string>& procs, const KernelPaths& paths);
+  /// Runs exactly the given monitors (taking ownership; a later one of a kind replaces an
+  /// earlier one). For hosts that pick their own monitors, and for tests.
+  ZefoResourceMonitor(const std::vector<BaseMonitor*>& monitors, int period);
+  ~ZefoResourceMonitor();
+
+  ZefoResourceMonitor(const ZefoResourceMonitor&) = delete;
+  ZefoResourceMonitor& operator=(const ZefoResourceMonitor&) = delete;
+
+  /// Registers `monitor` under its type, deleting any earlier monitor of that type. Only for
+  /// use before sampling starts (that is, from the constructors).
+  void AppendMonitor(BaseMonitor* monitor);
+
+  /// Calls `callback` once per monitor, in type order, with its items, while holding the lock:
+  /// the callback sees one whole pass and must not call back into the library. `update_time`
+  /// receives the end of the latest pass (ms since the epoch, 0 before the first). An empty
+  /// callback is not called.
+  void GetResourceInfo(unsigned long& update_time, ResourceInfoCallback callback);
+  /// The item `name` of the monitor of `type`, or null. The item stays owned by the library and
+  /// is rewritten in place by later passes.
+  ResourceItem* GetResourceItem(ResourceMonitorType type, const std::string& name);
+  /// Writes the text report: "update time: ", every item's block, a separator per monitor and a
+  /// closing empty line. Leaves the stream in fixed notation with two decimals.
+  void PrintToStream(std::ostream& os);
+  /// `PrintToStream(std::cout)`.
+  void Print();
+
+ private:
+  void AppendSystemMonitors(const KernelPaths& paths);
+
+  MonitorThread* thread;
+  std::map<ResourceMonitorType, BaseMonitor*> monitors;
+};
+
+/// The library's entry point: owns one `ZefoResourceMonitor` and forwards to it. Thread rules
+/// are those of `ZefoResourceMonitor`.
+class ZEFO_EXPORT ZefoResourceMonitorApi {
+ public:
+  /// All eight kinds, every 2000 ms.
+  ZefoResourceMonitorApi();
+  /// All eight kinds, every `period` ms.
+  explicit ZefoResourceMonitorApi(int period);
+  /// Only the given processes (decimal ids), every `period` ms.
+  ZefoResourceMonitorApi(int period, const std::set<std::string>& procs);
+  /// All eight kinds, with the kernel's files found under `paths` (tests, replays, chroots).
+  ZefoResourceMonitorApi(int period, const KernelPaths& paths);
+  /// Only the given processes, with the kernel's files found under `paths`.
+  ZefoResourceMonitorApi(int period, const std::set<std::string>& procs, const KernelPaths& paths);
+  ~ZefoResourceMonitorApi();
+
+  ZefoResourceMonitorApi(const ZefoResourceMonitorApi&) = delete;
+  ZefoResourceMonitorApi& operator=(const ZefoResourceMonitorApi&) = delete;
+
+  void GetResourceInfo(unsigned long& update_time, ResourceInfoCallback callback);
+  ResourceItem* GetResourceItem(ResourceMonitorType type, const std::string& name);
+  void PrintToStream(std::ostream& os);
+  void Print();
+
+ private:
+  ZefoResourceMonitor* impl;
+};
+
+}  // namespace zefo
+
+#endif  // ZEFO_ZEFO_RESOURCE_MONITOR_H_

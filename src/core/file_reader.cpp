@@ -1,0 +1,110 @@
+#include "core/file_reader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace zefo {
+namespace detail {
+
+namespace {
+
+ReadStatus StatusOfErrno(int err) {
+  switch (err) {
+    case ENOENT:
+    case ENOTDIR:
+      return ReadStatus::kMissing;
+    case EACCES:
+    case EPERM:
+      return ReadStatus::kDenied;
+    case ELOOP:  // O_NOFOLLOW met a link
+    case ENXIO:  // a socket or a device without a driver
+    case EISDIR:
+      return ReadStatus::kNotRegular;
+    default:
+      return ReadStatus::kError;
+  }
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Most kernel files fit in one page; read in page-sized steps and grow the string as needed.
+constexpr std::size_t kChunk = 4096;
+
+}  // namespace
+
+ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow) {
+  out.clear();
+  int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  if (follow == FollowLinks::kNo) flags |= O_NOFOLLOW;
+  int fd;
+  do {
+    fd = ::open(path.c_str(), flags);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return StatusOfErrno(errno);
+  Descriptor file(fd);
+
+  struct stat st;
+  if (::fstat(file.get(), &st) != 0) return ReadStatus::kError;
+  if (!S_ISREG(st.st_mode)) return ReadStatus::kNotRegular;
+
+  std::size_t length = 0;
+  while (length < kMaxFileBytes) {
+    const std::size_t want = std::min(kChunk, kMaxFileBytes - length);
+    if (out.size() < length + want) out.resize(length + want);
+    const ssize_t got = ::read(file.get(), &out[length], want);
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      // A read that fails part-way leaves no text worth trusting: give the file up.
+      out.clear();
+      return ReadStatus::kError;
+    }
+    if (got == 0) {
+      out.resize(length);
+      return ReadStatus::kOk;
+    }
+    length += static_cast<std::size_t>(got);
+  }
+  // At the cap: one more byte tells whether the file really goes on.
+  char probe;
+  ssize_t more;
+  do {
+    more = ::read(file.get(), &probe, 1);
+  } while (more < 0 && errno == EINTR);
+  out.resize(length);
+  if (more <= 0) return ReadStatus::kOk;
+  const std::size_t last_newline = out.rfind('\n');
+  out.resize(last_newline == std::string::npos ? 0 : last_newline + 1);
+  return ReadStatus::kTruncated;
+}
+
+void SplitLines(std::string_view text, std::list<std::string>& lines) {
+  std::size_t start = 0;
+  while (start < text.size()) {
+    const std::size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) {
+      lines.emplace_back(text.substr(start));
+      return;
+    }
+    lines.emplace_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+}
+
+}  // namespace detail
+}  // namespace zefo

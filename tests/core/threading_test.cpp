@@ -1,0 +1,121 @@
+// The companion thread, timer and lock, and the aggregator's shutdown under concurrent hosts.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "zefo/zefo_resource_monitor.h"
+#include "zefo/zefo_thread.h"
+#include "zefo/zefo_timer.h"
+
+namespace zefo {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+class NameProbe : public ZefoThread {
+ public:
+  NameProbe() : ZefoThread("res_monitor") {}
+  ~NameProbe() override { stop(); }
+  std::string seen;
+  std::atomic<bool> done{false};
+
+ protected:
+  void do_run() override {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    seen = name;
+    done = true;
+    while (is_running()) std::this_thread::sleep_for(milliseconds(1));
+  }
+};
+
+TEST(ZefoThreadTest, NamesTheOsThreadAndStopsOnce) {
+  NameProbe probe;
+  probe.stop();  // never started: nothing happens
+  probe.start();
+  EXPECT_TRUE(probe.is_running());
+  while (!probe.done) std::this_thread::sleep_for(milliseconds(1));
+  probe.stop();
+  probe.stop();
+  EXPECT_FALSE(probe.is_running());
+  EXPECT_EQ(probe.seen, "res_monitor");
+}
+
+TEST(ZefoTimerTest, StopWakesAWaiterAndLatches) {
+  ZefoTimer timer;
+  const auto start = Clock::now();
+  std::thread waiter([&] { timer.start(60000); });
+  std::this_thread::sleep_for(milliseconds(20));
+  timer.stop();
+  waiter.join();
+  timer.start(60000);  // stopped: returns at once
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST(ZefoThreadSpinTest, ExcludesAndPublishes) {
+  ZefoThreadSpin spin;
+  long long counter = 0;  // plain: only the lock orders the writes
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20000; ++i) {
+        ZefoSpinGuard guard(&spin);
+        ++counter;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(counter, 80000);
+}
+
+// A monitor whose pass takes a while, so hosts queue up behind it.
+class SlowMonitor : public BaseMonitor {
+ public:
+  explicit SlowMonitor(ResourceMonitorType type) : BaseMonitor(type) {}
+  bool DoMonitor() override {
+    std::this_thread::sleep_for(milliseconds(3));
+    ++passes;
+    return true;
+  }
+  std::atomic<int> passes{0};
+};
+
+TEST(AggregatorShutdownTest, DestroyingReturnsWithinThePassInProgress) {
+  auto* slow = new SlowMonitor(Cpu);
+  auto* monitor = new ZefoResourceMonitor({slow}, 2000);
+  while (slow->passes == 0) std::this_thread::sleep_for(milliseconds(1));
+  // The thread now waits out a 2 s period; destruction must cut that short.
+  const auto start = Clock::now();
+  delete monitor;
+  EXPECT_LT(Clock::now() - start, milliseconds(1500));
+}
+
+TEST(AggregatorShutdownTest, HostsReadingConcurrentlyWhileItStops) {
+  auto* monitor = new ZefoResourceMonitor({new SlowMonitor(Cpu), new SlowMonitor(Disk)}, 0);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> hosts;
+  for (int t = 0; t < 3; ++t) {
+    hosts.emplace_back([&, t] {
+      while (!stop) {
+        unsigned long update_time = 0;
+        std::ostringstream sink;
+        if (t == 0) monitor->GetResourceInfo(update_time, [](ResourceMonitorType, const auto&) {});
+        if (t == 1) monitor->GetResourceItem(Cpu, "x");
+        if (t == 2) monitor->PrintToStream(sink);
+      }
+    });
+  }
+  std::this_thread::sleep_for(milliseconds(100));
+  stop = true;
+  for (auto& host : hosts) host.join();
+  delete monitor;
+}
+
+}  // namespace
+}  // namespace zefo

@@ -1,0 +1,45 @@
+#ifndef ZEFO_TESTS_SUPPORT_FIXTURE_TREE_H_
+#define ZEFO_TESTS_SUPPORT_FIXTURE_TREE_H_
+
+#include <string>
+#include <string_view>
+
+#include "zefo/kernel_paths.h"
+
+namespace zefo::testing {
+
+// A throw-away directory holding a fake kernel: proc/, sys/, dev/, reg/ (the registration
+// directory) and rootfs/ (where mount points are queried). Removed with everything in it when
+// the object goes. Paths given to the methods are relative to the tree's root.
+class FixtureTree {
+ public:
+  FixtureTree();
+  ~FixtureTree();
+  FixtureTree(const FixtureTree&) = delete;
+  FixtureTree& operator=(const FixtureTree&) = delete;
+
+  const std::string& root() const { return root_; }
+  // The five roots, pointing into this tree.
+  KernelPaths paths() const { return KernelPaths::UnderRoot(root_); }
+  // Absolute path of `rel`.
+  std::string Path(std::string_view rel) const;
+
+  // Writes `content` to `rel`, replacing it, creating missing parent directories.
+  void Write(std::string_view rel, std::string_view content) const;
+  void Mkdir(std::string_view rel) const;
+  // A symbolic link at `rel` pointing to `target` (taken as is).
+  void Symlink(std::string_view target, std::string_view rel) const;
+  void Fifo(std::string_view rel) const;
+  // A sparse file of `size` bytes.
+  void Sparse(std::string_view rel, long long size) const;
+  // Removes `rel` and everything below it.
+  void Remove(std::string_view rel) const;
+
+ private:
+  void MakeParents(const std::string& path) const;
+  std::string root_;
+};
+
+}  // namespace zefo::testing
+
+#endif  // ZEFO_TESTS_SUPPORT_FIXTURE_TREE_H_
