@@ -1,12 +1,57 @@
 #include "zefo/network_monitor.h"
 
+#include <iomanip>
+#include <iterator>
+
+#include "monitors/network_parse.h"
+
 namespace zefo {
+
+namespace {
+
+// The signed 64-bit difference of two counter readings, wrapping instead of overflowing when
+// a hostile file gives readings at opposite ends of the range.
+int64_t CounterDelta(int64_t current, int64_t previous) {
+  return static_cast<int64_t>(static_cast<uint64_t>(current) - static_cast<uint64_t>(previous));
+}
+
+}  // namespace
+
+void NetworkResourceItem::PrintToStream(std::ostream& os) {
+  os << "Network Interface: " << name << std::endl;
+  os << "  tx bandwidth      : " << std::fixed << std::setprecision(2) << tx_bandwidth << std::endl;
+  os << "  rx bandwidth      : " << std::fixed << std::setprecision(2) << rx_bandwidth << std::endl;
+}
+
+void NetworkResourceInfo::DoUpdate(const std::string& name, NetworkResourceItem* item,
+                                   const NetworkState& current, const NetworkState& previous,
+                                   double elapsed_seconds) {
+  item->name = name;
+  item->tx_bandwidth =
+      static_cast<double>(CounterDelta(current.tx_bytes, previous.tx_bytes)) / elapsed_seconds;
+  item->rx_bandwidth =
+      static_cast<double>(CounterDelta(current.rx_bytes, previous.rx_bytes)) / elapsed_seconds;
+}
 
 NetworkMonitor::NetworkMonitor() : NetworkMonitor(KernelPaths()) {}
 
-NetworkMonitor::NetworkMonitor(const KernelPaths& paths) : BaseMonitor(Network, paths) {}
+NetworkMonitor::NetworkMonitor(const KernelPaths& paths)
+    : BaseMonitor(Network, paths), info_(new NetworkResourceInfo()) {}
+
+NetworkMonitor::~NetworkMonitor() {
+  delete info_;
+}
 
 bool NetworkMonitor::DoMonitor() {
+  const std::list<std::string> lines = ReadFile(Paths().Proc("net/dev"));
+  if (lines.size() < 2) return false;
+  // The first two lines are the column headers.
+  std::string name;
+  for (auto line = std::next(lines.begin(), 2); line != lines.end(); ++line) {
+    NetworkState state;
+    if (!detail::ParseNetDevLine(*line, name, state)) continue;
+    info_->Update(MutableItems(), name, state, Now());
+  }
   return true;
 }
 
