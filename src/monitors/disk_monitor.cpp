@@ -5,19 +5,10 @@
 
 #include <iomanip>
 
+#include "monitors/counter_math.h"
 #include "monitors/disk_parse.h"
 
 namespace zefo {
-
-namespace {
-
-// The signed 64-bit difference of two counter readings, wrapping instead of overflowing when
-// a hostile file gives readings at opposite ends of the range.
-int64_t CounterDelta(int64_t current, int64_t previous) {
-  return static_cast<int64_t>(static_cast<uint64_t>(current) - static_cast<uint64_t>(previous));
-}
-
-}  // namespace
 
 void DiskResourceItem::PrintToStream(std::ostream& os) {
   os << "Mounted on: " << name << std::endl;
@@ -42,11 +33,11 @@ void DiskResourceInfo::DoUpdate(const std::string& /*name*/, DiskResourceItem* i
   item->available_size = current.available_size;
   // diskstats counts in 512-byte units whatever the device's own sector size.
   item->read_bandwidth =
-      static_cast<double>(CounterDelta(current.sectors_read, previous.sectors_read)) * 512.0 /
-      elapsed_seconds;
+      static_cast<double>(detail::WrappingSub(current.sectors_read, previous.sectors_read)) *
+      512.0 / elapsed_seconds;
   item->written_bandwidth =
-      static_cast<double>(CounterDelta(current.sectors_written, previous.sectors_written)) * 512.0 /
-      elapsed_seconds;
+      static_cast<double>(detail::WrappingSub(current.sectors_written, previous.sectors_written)) *
+      512.0 / elapsed_seconds;
 }
 
 DiskMonitor::DiskMonitor() : DiskMonitor(KernelPaths()) {}

@@ -3,19 +3,10 @@
 #include <iomanip>
 #include <iterator>
 
+#include "monitors/counter_math.h"
 #include "monitors/network_parse.h"
 
 namespace zefo {
-
-namespace {
-
-// The signed 64-bit difference of two counter readings, wrapping instead of overflowing when
-// a hostile file gives readings at opposite ends of the range.
-int64_t CounterDelta(int64_t current, int64_t previous) {
-  return static_cast<int64_t>(static_cast<uint64_t>(current) - static_cast<uint64_t>(previous));
-}
-
-}  // namespace
 
 void NetworkResourceItem::PrintToStream(std::ostream& os) {
   os << "Network Interface: " << name << std::endl;
@@ -28,9 +19,11 @@ void NetworkResourceInfo::DoUpdate(const std::string& name, NetworkResourceItem*
                                    double elapsed_seconds) {
   item->name = name;
   item->tx_bandwidth =
-      static_cast<double>(CounterDelta(current.tx_bytes, previous.tx_bytes)) / elapsed_seconds;
+      static_cast<double>(detail::WrappingSub(current.tx_bytes, previous.tx_bytes)) /
+      elapsed_seconds;
   item->rx_bandwidth =
-      static_cast<double>(CounterDelta(current.rx_bytes, previous.rx_bytes)) / elapsed_seconds;
+      static_cast<double>(detail::WrappingSub(current.rx_bytes, previous.rx_bytes)) /
+      elapsed_seconds;
 }
 
 NetworkMonitor::NetworkMonitor() : NetworkMonitor(KernelPaths()) {}
