@@ -78,15 +78,6 @@ class BpuMonitorTest : public ::testing::Test {
   BpuMonitor monitor{tree.paths()};
 };
 
-TEST_F(BpuMonitorTest, PathOfCore) {
-  std::string path;
-  EXPECT_FALSE(monitor.GetBpuPath(0, path));
-  EXPECT_EQ(path, tree.Path("sys/devices/system/bpu/bpu0"));
-  WriteCore(tree, FullCore(12));
-  EXPECT_TRUE(monitor.GetBpuPath(12, path));
-  EXPECT_EQ(path, tree.Path("sys/devices/system/bpu/bpu12"));
-}
-
 struct ScanCase {
   const char* what;
   std::vector<Core> cores;

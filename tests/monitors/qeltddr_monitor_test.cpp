@@ -73,28 +73,6 @@ TEST(DdrGetValue, KeepsTheUpperHalfInMebibytes) {
   EXPECT_EQ(QeltDdrMonitor::GetValue(0xFFFFFFFFu), 65535ull * 1048576ull);
 }
 
-TEST(DdrDecode, EveryFieldFromItsOffset) {
-  Raw raw;
-  for (uint32_t i = 0; i < 5; ++i) {
-    raw.read[i] = (10 + i) << 16;
-    raw.write[i] = (20 + i) << 16;
-  }
-  raw.cmd_sum_read = 100u << 16;
-  raw.cmd_sum_write = 200u << 16;
-  QeltDdrState state;
-  const std::vector<unsigned char> bytes = Record(raw);
-  ASSERT_TRUE(
-      detail::DecodeNewestDdrRecord(bytes.data(), bytes.size(), detail::DdrPortNames(), state));
-  const char* ports[] = {"CPU", "BPU", "CV", "APV", "CAM"};
-  ASSERT_EQ(state.bandwidth.size(), 5u);
-  for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(state.bandwidth[ports[i]].read, (10 + i) * kMiB) << ports[i];
-    EXPECT_EQ(state.bandwidth[ports[i]].write, (20 + i) * kMiB) << ports[i];
-  }
-  EXPECT_EQ(state.cmd_sum_read, 100 * kMiB);
-  EXPECT_EQ(state.cmd_sum_write, 200 * kMiB);
-}
-
 TEST(DdrDecode, NewestCompleteRecordWins) {
   struct Case {
     std::size_t length;
