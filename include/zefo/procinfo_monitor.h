@@ -17,8 +17,8 @@ namespace zefo {
 struct ZEFO_EXPORT ProcInfoCpuState {
   /// Sum of the ten counters of the aggregate "cpu" line of the kernel's stat file, clock ticks.
   int64_t total = 0;
-  /// Core count from the per-core lines: the highest-numbered line's number plus one, except
-  /// that a machine whose only per-core line is cpu0 reads 0 (see GetCpu).
+  /// Core count from the per-core lines: the number of the last one plus one, except that a
+  /// machine whose only per-core line is cpu0 reads 0 (see GetCpu).
   int32_t cores = 0;
 };
 

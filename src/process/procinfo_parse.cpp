@@ -88,7 +88,9 @@ ProcInfoFormats MakeProcInfoFormats() {
   //  utime stime | cutime cstime priority nice num_threads itrealvalue | starttime (22) | ...
   //  processor (39) rt_priority policy delayacct_blkio_ticks (42)
   // Fields 1 to 15 are converted, 16 to 21 skipped, 22 converted, 23 to 38 skipped, 39 converted,
-  // 40 and 41 skipped, 42 converted.
+  // 40 and 41 skipped, 42 converted. The command name and the state go into 256-byte buffers,
+  // hence "%255[^)]" and "%255s" rather than the unbounded "%[^)]" and "%s"; likewise for every
+  // word below.
   f.stat = "%lld (%255[^)]) %255s %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld";
   for (int i = 0; i < 6; ++i) f.stat += " %*lld";
   f.stat += " %lld";
@@ -170,9 +172,11 @@ void ParseStatus(std::string_view text, const std::string& format, ProcInfoState
   char unit[BaseMonitor::kWordSize] = {};
   LineWalker lines(text);
   while (lines.Next()) {
-    const std::string_view word = FirstWord(lines.View());
-    // Every key starts "Vm" or "Rss"; most status lines are rejected on the first byte.
-    if (word.empty() || (word[0] != 'V' && word[0] != 'R')) continue;
+    // Every key starts "Vm" or "Rss"; most status lines are rejected on their first byte.
+    const std::string_view line = lines.View();
+    const char lead = line.empty() ? '\0' : line[0];
+    if (lead != 'V' && lead != 'R' && !IsBlank(lead)) continue;
+    const std::string_view word = FirstWord(line);
     for (const Key& key : kKeys) {
       if (word != key.word) continue;
       long long& field = out.*key.field;
