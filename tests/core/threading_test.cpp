@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -115,6 +117,70 @@ TEST(AggregatorShutdownTest, HostsReadingConcurrentlyWhileItStops) {
   stop = true;
   for (auto& host : hosts) host.join();
   delete monitor;
+}
+
+// Writes its one item in two halves, a little apart, with its own pass number, so a reader
+// that is not kept out for a whole pass sees the halves, or two monitors, disagree.
+class HalvesMonitor : public BaseMonitor {
+ public:
+  struct Item : ResourceItem {
+    void PrintToStream(std::ostream& os) override { os << first << " " << second << std::endl; }
+    long long first = 0, second = 0;
+  };
+  explicit HalvesMonitor(ResourceMonitorType type) : BaseMonitor(type) {}
+  bool DoMonitor() override {
+    if (item_ == nullptr) MutableItems()->Insert("pass", item_ = new Item());
+    item_->first = ++passes_;
+    std::this_thread::sleep_for(milliseconds(1));
+    item_->second = passes_;
+    return true;
+  }
+
+ private:
+  Item* item_ = nullptr;
+  long long passes_ = 0;
+};
+
+TEST(AggregatorConsistencyTest, HostsSeeWholePassesAndGetTheirTurn) {
+  // Period 0: the sampler takes the lock again the moment it lets go; hosts must still get in.
+  ZefoResourceMonitor monitor({new HalvesMonitor(Cpu), new HalvesMonitor(Memory)}, 0);
+  std::atomic<int> torn{0};
+  std::atomic<long long> seen_max{0};
+  std::thread printer([&] {
+    for (int i = 0; i < 20; ++i) {
+      std::ostringstream report;
+      monitor.PrintToStream(report);
+      std::istringstream in(report.str());
+      std::string line;
+      std::set<std::string> distinct;
+      while (std::getline(in, line)) {
+        if (!line.empty() && line[0] != 'u' && line[0] != '-') distinct.insert(line);
+      }
+      if (distinct.size() > 1) ++torn;
+    }
+  });
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
+  int sweeps = 0;
+  while ((sweeps < 50 || seen_max < 5) && Clock::now() < deadline) {
+    std::vector<long long> halves;
+    unsigned long update_time = 0;
+    monitor.GetResourceInfo(update_time, [&](ResourceMonitorType, const auto& items) {
+      for (const auto& entry : items) {
+        auto* item = static_cast<HalvesMonitor::Item*>(entry.second);
+        halves.push_back(item->first);
+        halves.push_back(item->second);
+      }
+    });
+    if (!halves.empty()) {
+      if (std::set<long long>(halves.begin(), halves.end()).size() != 1) ++torn;
+      seen_max = std::max<long long>(seen_max, halves[0]);
+    }
+    ++sweeps;
+  }
+  printer.join();
+  EXPECT_EQ(torn, 0);
+  EXPECT_GE(sweeps, 50);
+  EXPECT_GE(seen_max, 5);
 }
 
 }  // namespace

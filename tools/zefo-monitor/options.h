@@ -16,8 +16,8 @@ struct Options {
   KernelPaths paths;
 };
 
-// What the command line asked for: run with `options`, or exit at once with `exit_code` after
-// `message` was printed (help, version, or an error on standard error).
+// What the command line asked for: run with `options`, or exit at once with `exit_code` (help
+// and version were printed on standard output, an error on standard error).
 struct ParseResult {
   bool run = false;
   int exit_code = 0;

@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Installs the build in BUILD_DIR into a temporary prefix, checks what was installed, and builds
+# and runs the host program in this directory against it twice: through the CMake package and
+# through pkg-config. BUILD_DIR must be a build without sanitizers (debug or release).
+set -euo pipefail
+
+if [[ $# -ne 1 || ! -d $1 ]]; then
+  echo "usage: $0 BUILD_DIR" >&2
+  exit 2
+fi
+build=$(realpath "$1")
+here=$(dirname "$(realpath "$0")")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+# Runs a command with its output kept aside, and shows that output only if it fails.
+quiet() {
+  "$@" >"$work/quiet.log" 2>&1 || {
+    cat "$work/quiet.log" >&2
+    echo "failed: $*" >&2
+    return 1
+  }
+}
+
+quiet cmake --install "$build" --prefix "$prefix"
+
+pc=$(find "$prefix" -name zefo_resource_monitor.pc -path '*/pkgconfig/*' | head -n 1)
+[[ -n $pc ]] || { echo "zefo_resource_monitor.pc was not installed" >&2; exit 1; }
+libdir=$(dirname "$(dirname "$pc")")
+missing=0
+for f in \
+  "$libdir"/libzefo_resource_monitor.so "$libdir"/libzefo_resource_monitor.so.1 \
+  "$libdir"/libzefo_thread.so.1 "$libdir"/libzefo_timmer.so.1 "$libdir"/libzefo_utils.so.1 \
+  "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfig.cmake \
+  "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfigVersion.cmake \
+  "$prefix"/include/zefo/zefo_resource_monitor.h "$prefix"/include/zefo/base_monitor.h \
+  "$prefix"/include/zefo/kernel_paths.h "$prefix"/bin/zefo-monitor; do
+  if [[ ! -e $f ]]; then
+    echo "not installed: ${f#"$prefix"/}" >&2
+    missing=1
+  fi
+done
+soname=$(readelf -d "$libdir"/libzefo_resource_monitor.so | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
+if [[ $soname != libzefo_resource_monitor.so.1 ]]; then
+  echo "unexpected SONAME: '$soname'" >&2
+  missing=1
+fi
+((missing == 0)) || exit 1
+echo "consumer: install layout ok ($prefix)"
+
+# 1. The CMake package.
+quiet cmake -S "$here" -B "$work/cmake-build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_PREFIX_PATH="$prefix"
+quiet cmake --build "$work/cmake-build"
+"$work/cmake-build/consumer" >"$work/cmake.out"
+grep -q '^update time: [1-9]' "$work/cmake.out"
+echo "consumer: find_package(ZefoResourceMonitor) build ran ok"
+
+# 2. pkg-config, as a plain compiler line.
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+# shellcheck disable=SC2046  # the flags are meant to split into words
+c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/main.cpp" -o "$work/consumer-pc" \
+  $(pkg-config --cflags --libs zefo_resource_monitor) \
+  -Wl,-rpath,"$(pkg-config --variable=libdir zefo_resource_monitor)"
+"$work/consumer-pc" >"$work/pc.out"
+grep -q '^update time: [1-9]' "$work/pc.out"
+echo "consumer: pkg-config build ran ok"
+
+# 3. The installed tool finds its libraries without help.
+"$prefix/bin/zefo-monitor" --count 1 --period 10 | grep -q '^update time: '
+echo "consumer: installed zefo-monitor ran ok"
