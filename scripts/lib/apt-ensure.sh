@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # apt_ensure PACKAGE...: installs with apt-get those of the Debian packages that are not
 # installed yet; nothing (not even apt-get update) when all are. Uses sudo only when not root.
 # Meant to be sourced by the scripts next to it.
