@@ -6,15 +6,17 @@ set(ZEFO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZefoResourceMonitor)
 
 install(TARGETS zefo_resource_monitor zefo_thread zefo_timmer zefo_utils
   EXPORT ZefoResourceMonitorTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY include/zefo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY include/zefo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
+  FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT ZefoResourceMonitorTargets
   NAMESPACE zefo::
-  DESTINATION ${ZEFO_CMAKE_DIR})
+  DESTINATION ${ZEFO_CMAKE_DIR}
+  COMPONENT dev)
 configure_package_config_file(cmake/ZefoResourceMonitorConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZefoResourceMonitorConfig.cmake
   INSTALL_DESTINATION ${ZEFO_CMAKE_DIR})
@@ -23,7 +25,8 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZefoResourceMonitor
 install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/ZefoResourceMonitorConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/ZefoResourceMonitorConfigVersion.cmake
-  DESTINATION ${ZEFO_CMAKE_DIR})
+  DESTINATION ${ZEFO_CMAKE_DIR}
+  COMPONENT dev)
 
 # The .pc file finds its prefix from its own place, so `cmake --install --prefix` anywhere works.
 file(RELATIVE_PATH ZEFO_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
@@ -31,4 +34,5 @@ string(REGEX REPLACE "/$" "" ZEFO_PC_TO_PREFIX "${ZEFO_PC_TO_PREFIX}")
 configure_file(cmake/zefo_resource_monitor.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zefo_resource_monitor.pc
   @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zefo_resource_monitor.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT dev)

@@ -74,9 +74,12 @@ class ZEFO_EXPORT ZefoResourceMonitor {
 
   /// Calls `callback` once per monitor, in type order, with its items, while holding the lock:
   /// the callback sees one whole pass and must not call back into the library. `update_time`
-  /// receives the end of the latest pass (ms since the epoch, 0 before the first). An empty
-  /// callback is not called.
+  /// receives the end of the latest pass (ms since the epoch, 0 before the first); where
+  /// `unsigned long` has 32 bits (armhf) it holds that time modulo 2^32 only. An empty callback is
+  /// not called.
   void GetResourceInfo(unsigned long& update_time, ResourceInfoCallback callback);
+  /// The end of the latest pass in ms since the epoch, 0 before the first; whole on every target.
+  uint64_t GetUpdateTime();
   /// The item `name` of the monitor of `type`, or null. The item stays owned by the library and
   /// is rewritten in place by later passes.
   ResourceItem* GetResourceItem(ResourceMonitorType type, const std::string& name);
@@ -112,7 +115,10 @@ class ZEFO_EXPORT ZefoResourceMonitorApi {
   ZefoResourceMonitorApi(const ZefoResourceMonitorApi&) = delete;
   ZefoResourceMonitorApi& operator=(const ZefoResourceMonitorApi&) = delete;
 
+  /// `update_time` is cut to 32 bits where `unsigned long` has 32 bits; see GetUpdateTime().
   void GetResourceInfo(unsigned long& update_time, ResourceInfoCallback callback);
+  /// The end of the latest pass in ms since the epoch (0 before the first), on every target.
+  uint64_t GetUpdateTime();
   ResourceItem* GetResourceItem(ResourceMonitorType type, const std::string& name);
   void PrintToStream(std::ostream& os);
   void Print();

@@ -98,6 +98,11 @@ void ZefoResourceMonitor::GetResourceInfo(unsigned long& update_time,
   for (auto& entry : monitors) callback(entry.first, entry.second->Items());
 }
 
+uint64_t ZefoResourceMonitor::GetUpdateTime() {
+  ZefoSpinGuard guard(thread->Spin());
+  return thread->UpdateTime();
+}
+
 ResourceItem* ZefoResourceMonitor::GetResourceItem(ResourceMonitorType type,
                                                    const std::string& name) {
   ZefoSpinGuard guard(thread->Spin());
@@ -145,6 +150,10 @@ ZefoResourceMonitorApi::~ZefoResourceMonitorApi() {
 void ZefoResourceMonitorApi::GetResourceInfo(unsigned long& update_time,
                                              ResourceInfoCallback callback) {
   impl->GetResourceInfo(update_time, callback);
+}
+
+uint64_t ZefoResourceMonitorApi::GetUpdateTime() {
+  return impl->GetUpdateTime();
 }
 
 ResourceItem* ZefoResourceMonitorApi::GetResourceItem(ResourceMonitorType type,

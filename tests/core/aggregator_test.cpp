@@ -42,10 +42,11 @@ class StandInMonitor : public BaseMonitor {
   std::atomic<int>* deleted_;
 };
 
-unsigned long WaitForPass(ZefoResourceMonitor& monitor) {
-  unsigned long update_time = 0;
+// The whole pass time: GetResourceInfo's `unsigned long` is cut to 32 bits on armhf.
+uint64_t WaitForPass(ZefoResourceMonitor& monitor) {
+  uint64_t update_time = 0;
   for (int i = 0; i < 2000 && update_time == 0; ++i) {
-    monitor.GetResourceInfo(update_time, nullptr);
+    update_time = monitor.GetUpdateTime();
     if (update_time == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return update_time;
@@ -56,7 +57,7 @@ TEST(AggregatorTest, ReportFrameFollowsTypeAndNameOrder) {
       {new StandInMonitor(Memory, {"b", "a"}), new StandInMonitor(Cpu, {"cpu10", "cpu2", "cpu1"}),
        new StandInMonitor(ProcInfo, {})},
       60000);
-  const unsigned long update_time = WaitForPass(monitor);
+  const uint64_t update_time = WaitForPass(monitor);
   ASSERT_NE(update_time, 0u);
   std::ostringstream report;
   monitor.PrintToStream(report);
@@ -106,21 +107,20 @@ TEST(AggregatorTest, FirstPassRunsAtOnceThenOncePerPeriod) {
   ZefoResourceMonitor monitor({probe}, 20);
   ASSERT_NE(WaitForPass(monitor), 0u);
   while (probe->passes < 3) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  unsigned long first = 0;
-  monitor.GetResourceInfo(first, nullptr);
-  unsigned long later = first;
+  const uint64_t first = monitor.GetUpdateTime();
+  uint64_t later = first;
   while (later == first) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    monitor.GetResourceInfo(later, nullptr);
+    later = monitor.GetUpdateTime();
   }
   EXPECT_GT(later, first);
 }
 
 TEST(FacadeTest, ProcessOnlyModeHasOneSeparatorAndNoSystemItems) {
   ZefoResourceMonitorApi api(60000, std::set<std::string>{"1"});
-  unsigned long update_time = 0;
+  uint64_t update_time = 0;
   while (update_time == 0) {
-    api.GetResourceInfo(update_time, nullptr);
+    update_time = api.GetUpdateTime();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   std::ostringstream report;

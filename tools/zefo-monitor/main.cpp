@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -14,12 +15,6 @@ namespace {
 
 // How often the tool looks for a finished pass; also the longest it takes to notice a signal.
 constexpr long kPollNanoseconds = 20L * 1000 * 1000;
-
-unsigned long LatestPass(zefo::ZefoResourceMonitorApi& monitor) {
-  unsigned long update_time = 0;
-  monitor.GetResourceInfo(update_time, nullptr);
-  return update_time;
-}
 
 }  // namespace
 
@@ -40,19 +35,20 @@ int main(int argc, char** argv) {
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
           : std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.pids, opt.paths);
-  unsigned long printed = 0;
+  // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
+  uint64_t printed = 0;
   long long reports = 0;
   const struct timespec poll = {0, kPollNanoseconds};
   while (opt.count == 0 || reports < opt.count) {
     if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
-    const unsigned long latest = LatestPass(*monitor);
+    const uint64_t latest = monitor->GetUpdateTime();
     if (latest == 0 || latest == printed) continue;
     // The report may already hold a newer pass than `latest`; remember the one it shows.
     std::ostringstream report;
     monitor->PrintToStream(report);
     const std::string text = report.str();
     std::cout << text << std::flush;
-    printed = std::strtoul(text.c_str() + text.find(": ") + 2, nullptr, 10);
+    printed = std::strtoull(text.c_str() + text.find(": ") + 2, nullptr, 10);
     ++reports;
   }
   monitor.reset();
