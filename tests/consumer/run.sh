@@ -32,6 +32,8 @@ missing=0
 for f in \
   "$libdir"/libzefo_resource_monitor.so "$libdir"/libzefo_resource_monitor.so.1 \
   "$libdir"/libzefo_thread.so.1 "$libdir"/libzefo_timmer.so.1 "$libdir"/libzefo_utils.so.1 \
+  "$libdir"/libzefo_format.so.1 "$libdir"/pkgconfig/zefo_format.pc \
+  "$prefix"/include/zefo/format/formats.h "$prefix"/include/zefo/format/snapshot.h \
   "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfig.cmake \
   "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfigVersion.cmake \
   "$prefix"/include/zefo/zefo_resource_monitor.h "$prefix"/include/zefo/base_monitor.h \
@@ -55,7 +57,9 @@ quiet cmake -S "$here" -B "$work/cmake-build" -G Ninja -DCMAKE_BUILD_TYPE=Releas
 quiet cmake --build "$work/cmake-build"
 "$work/cmake-build/consumer" >"$work/cmake.out"
 grep -q '^update time: [1-9]' "$work/cmake.out"
-echo "consumer: find_package(ZefoResourceMonitor) build ran ok"
+"$work/cmake-build/consumer_format" >"$work/format.out"
+grep -q '^openmetrics: ' "$work/format.out"
+echo "consumer: find_package(ZefoResourceMonitor) builds ran ok (zefo::resource_monitor, zefo::format)"
 
 # 2. pkg-config, as a plain compiler line.
 export PKG_CONFIG_PATH=$libdir/pkgconfig
@@ -65,7 +69,12 @@ c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/main.cpp" -o "$work/consu
   -Wl,-rpath,"$(pkg-config --variable=libdir zefo_resource_monitor)"
 "$work/consumer-pc" >"$work/pc.out"
 grep -q '^update time: [1-9]' "$work/pc.out"
-echo "consumer: pkg-config build ran ok"
+# shellcheck disable=SC2046
+c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/format_main.cpp" -o "$work/format-pc" \
+  $(pkg-config --cflags --libs zefo_format) \
+  -Wl,-rpath,"$(pkg-config --variable=libdir zefo_format)"
+"$work/format-pc" | grep -q '^json: '
+echo "consumer: pkg-config builds ran ok (zefo_resource_monitor, zefo_format)"
 
 # 3. The installed tool finds its libraries without help.
 "$prefix/bin/zefo-monitor" --count 1 --period 10 | grep -q '^update time: '

@@ -1,17 +1,31 @@
-// Runs the built zefo-monitor as a child process: option errors, reports, and stopping on signals.
+// Runs the built zefo-monitor as a child process: option errors, reports, output files, the HTTP
+// endpoint, and stopping on signals.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "support/fixture_tree.h"
+#ifdef ZEFO_WITH_HTTP
+#include <httplib.h>
+#endif
 
 extern char** environ;
 
@@ -36,10 +50,18 @@ Child Spawn(const std::vector<std::string>& args) {
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, out[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-  std::vector<char*> argv{const_cast<char*>(ZEFO_MONITOR_BIN)};
-  for (const auto& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+#ifdef ZEFO_MONITOR_EMULATOR
+  // A cross build's zefo-monitor runs under the same emulator as the tests.
+  std::vector<std::string> command{ZEFO_MONITOR_EMULATOR};
+#else
+  std::vector<std::string> command;
+#endif
+  command.push_back(ZEFO_MONITOR_BIN);
+  command.insert(command.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (auto& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
-  if (posix_spawn(&child.pid, ZEFO_MONITOR_BIN, &actions, nullptr, argv.data(), environ) != 0) {
+  if (posix_spawnp(&child.pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
     child.pid = -1;
   }
   posix_spawn_file_actions_destroy(&actions);
@@ -50,12 +72,16 @@ Child Spawn(const std::vector<std::string>& args) {
   return child;
 }
 
-// Collects output until both pipes close, or until standard output holds `until`, or until
-// `limit` has passed. Returns false on the time limit.
+// Collects output until both pipes close, or until standard output (or error) holds `until`, or
+// until `limit` has passed. Returns false on the time limit.
 bool Drain(Child& child, milliseconds limit, const std::string& until = "") {
   const auto deadline = Clock::now() + limit;
+  const auto found = [&] {
+    return child.out_text.find(until) != std::string::npos ||
+           child.err_text.find(until) != std::string::npos;
+  };
   while (child.out >= 0 || child.err >= 0) {
-    if (!until.empty() && child.out_text.find(until) != std::string::npos) return true;
+    if (!until.empty() && found()) return true;
     const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) return false;
     pollfd fds[2] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
@@ -73,7 +99,7 @@ bool Drain(Child& child, milliseconds limit, const std::string& until = "") {
       }
     }
   }
-  return until.empty() || child.out_text.find(until) != std::string::npos;
+  return until.empty() || found();
 }
 
 // The exit status, or 128 + the signal that ended the child.
@@ -113,6 +139,19 @@ TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
       {{"--pid", "1", "--pid", ""}, "is not a process id"},
       {{"--bogus"}, "--bogus"},
       {{"stray"}, "stray"},
+      {{"--format", "xml"}, "'xml' is not a format (report, line, json, openmetrics, prometheus)"},
+      {{"--output", ""}, "the file name is empty"},
+      {{"--output", "/nonexistent-zefo-dir/x.prom"},
+       "cannot write --output /nonexistent-zefo-dir/x.prom: cannot create files in "
+       "/nonexistent-zefo-dir: No such file or directory"},
+      {{"--output", "/"}, "/ is a directory"},
+      {{"--listen", "127.0.0.1"}, "'127.0.0.1' is not an address and port"},
+      {{"--listen", ":9464"}, "':9464' names no address"},
+      {{"--listen", "127.0.0.1:65536"}, "'65536' is not a port"},
+      {{"--listen", "[::1"}, "is not an address and port"},
+#ifdef ZEFO_WITH_HTTP
+      {{"--listen", "no.such.host.invalid:9464"}, "cannot listen on no.such.host.invalid:9464"},
+#endif
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
@@ -126,8 +165,9 @@ TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
 TEST(ZefoMonitorToolTest, HelpAndVersionExitZero) {
   const Outcome help = RunToEnd({"--help"});
   EXPECT_EQ(help.code, 0);
-  for (const char* option : {"--period", "--count", "--pid", "--procfs", "--sysfs", "--devfs",
-                             "--regdir", "--rootfs", "--version"}) {
+  for (const char* option :
+       {"--period", "--count", "--pid", "--procfs", "--sysfs", "--devfs", "--regdir", "--rootfs",
+        "--format", "--output", "--listen", "--version"}) {
     EXPECT_NE(help.out.find(option), std::string::npos) << option;
   }
   const Outcome version = RunToEnd({"--version"});
@@ -144,9 +184,11 @@ TEST(ZefoMonitorToolTest, CountPrintsThatManyWholeReports) {
   ASSERT_EQ(run.out.rfind("update time: ", 0), 0u) << run.out;
   ASSERT_GE(run.out.size(), 2u);
   EXPECT_EQ(run.out.substr(run.out.size() - 2), "\n\n");
+  // Only line starts count: a process's command line in the report may hold the words too.
   size_t reports = 0;
   for (size_t at = run.out.find("update time: "); at != std::string::npos;
        at = run.out.find("update time: ", at + 1)) {
+    if (at > 0 && run.out[at - 1] != '\n') continue;
     if (at > 0) {
       EXPECT_EQ(run.out.substr(at - 2, 2), "\n\n") << "report " << reports + 1;
     }
@@ -171,5 +213,135 @@ TEST(ZefoMonitorToolTest, StopSignalsEndItCleanlyWithoutWaitingThePeriodOut) {
     EXPECT_EQ(child.err_text, "");
   }
 }
+
+#ifdef ZEFO_WITH_HTTP
+TEST(ZefoMonitorToolTest, TakenPortExitsTwo) {
+  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(sock, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof addr;
+  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  ASSERT_EQ(listen(sock, 1), 0);
+  ASSERT_EQ(getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &length), 0);
+  const std::string where = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+  const Outcome run = RunToEnd({"--listen", where});
+  close(sock);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_NE(run.err.find("cannot listen on " + where + ": Address already in use"),
+            std::string::npos)
+      << run.err;
+}
+
+#endif  // ZEFO_WITH_HTTP
+
+std::string ReadAll(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Each pass replaces the file whole; nothing else is left in its directory.
+TEST(ZefoMonitorToolTest, OutputFileHoldsTheLatestPassOnly) {
+  zefo::testing::FixtureTree tree;
+  const std::filesystem::path dir = tree.Path("out");
+  std::filesystem::create_directory(dir);
+  const struct {
+    const char* format;
+    const char* file;
+    bool eof;  // OpenMetrics: "# EOF" at the end
+  } cases[] = {
+      {"json", "pass.json", false},
+      {"openmetrics", "zefo.om", true},
+      {"openmetrics", "zefo.prom", false},  // for node_exporter: the 0.0.4 text format
+      {"prometheus", "zefo.txt", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const Outcome run = RunToEnd({"--count", "3", "--period", "50", "--format", c.format,
+                                  "--output", (dir / c.file).string()});
+    ASSERT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    const std::string text = ReadAll(dir / c.file);
+    if (std::string(c.format) == "json") {
+      EXPECT_EQ(text.find('\n'), text.size() - 1);
+      EXPECT_TRUE(nlohmann::json::parse(text)["cpu"].contains("total")) << text;
+    } else {
+      // One pass: the time of the pass appears once.
+      const std::size_t at = text.find("\nzefo_update_time_seconds ");
+      ASSERT_NE(at, std::string::npos);
+      EXPECT_EQ(text.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
+      EXPECT_EQ(text.find("# UNIT") != std::string::npos, c.eof);
+      EXPECT_EQ(text.size() > 6 && text.substr(text.size() - 6) == "# EOF\n", c.eof);
+    }
+  }
+  std::vector<std::string> left;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    left.push_back(entry.path().filename().string());
+  }
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"pass.json", "zefo.om", "zefo.prom", "zefo.txt"}));
+}
+
+#ifdef ZEFO_WITH_HTTP
+// Serves the newest pass; the scraper's Accept header picks the exposition format.
+TEST(ZefoMonitorToolTest, ListenServesMetricsAsTheScraperAsks) {
+  Child child = Spawn({"--listen", "127.0.0.1:0", "--period", "100"});
+  ASSERT_GT(child.pid, 0);
+  const std::string banner = "zefo-monitor: serving http://127.0.0.1:";
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "/metrics\n")) << child.err_text;
+  const std::size_t at = child.err_text.find(banner);
+  ASSERT_NE(at, std::string::npos) << child.err_text;
+  const int port = std::atoi(child.err_text.c_str() + at + banner.size());
+  httplib::Client client("127.0.0.1", port);
+
+  httplib::Result page = client.Get("/");
+  ASSERT_TRUE(page);
+  EXPECT_EQ(page->status, 200);
+  EXPECT_NE(page->body.find("href=\"/metrics\""), std::string::npos);
+  EXPECT_EQ(client.Get("/nothing")->status, 404);
+
+  // The first pass comes at once; until then the answer is 503.
+  httplib::Result text = client.Get("/metrics");
+  for (int i = 0; i < 300 && !(text && text->status == 200); ++i) {
+    std::this_thread::sleep_for(milliseconds(20));
+    text = client.Get("/metrics");
+  }
+  ASSERT_TRUE(text && text->status == 200);
+  EXPECT_EQ(text->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_NE(text->body.find("\nzefo_update_time_seconds "), std::string::npos);
+  EXPECT_EQ(text->body.find("# EOF"), std::string::npos);
+
+  const struct {
+    const char* accept;
+    bool openmetrics;
+  } cases[] = {
+      // What Prometheus 2.42 sends.
+      {"application/openmetrics-text;version=1.0.0,application/openmetrics-text;version=0.0.1;"
+       "q=0.75,text/plain;version=0.0.4;q=0.5,*/*;q=0.1",
+       true},
+      {"text/plain;version=0.0.4;q=0.9, application/openmetrics-text;q=0.5", false},
+      {"application/openmetrics-text; version=1.0.0; q=0", false},
+      {"*/*", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.accept);
+    httplib::Result res = client.Get("/metrics", {{"Accept", c.accept}});
+    ASSERT_TRUE(res);
+    const std::string type = res->get_header_value("Content-Type");
+    EXPECT_EQ(type.rfind("application/openmetrics-text; version=1.0.0", 0) == 0, c.openmetrics)
+        << type;
+    EXPECT_EQ(res->body.size() > 6 && res->body.substr(res->body.size() - 6) == "# EOF\n",
+              c.openmetrics);
+  }
+
+  kill(child.pid, SIGTERM);
+  EXPECT_TRUE(Drain(child, milliseconds(30000)));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+  EXPECT_EQ(child.out_text, "");  // serving without --format keeps standard output quiet
+}
+#endif  // ZEFO_WITH_HTTP
 
 }  // namespace

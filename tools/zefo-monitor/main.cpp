@@ -1,20 +1,32 @@
-// zefo-monitor: prints the library's text report after every sampling pass until interrupted.
+// zefo-monitor: writes every sampling pass (the library's text report, one line, JSON or a
+// metrics exposition) to standard output or a file, and serves the newest one over HTTP, until
+// interrupted.
 #include <signal.h>
 #include <time.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <sstream>
+#include <optional>
 
 #include "options.h"
+#include "output_file.h"
+#include "zefo/format/formats.h"
+#include "zefo/format/snapshot.h"
 #include "zefo/zefo_resource_monitor.h"
+#ifdef ZEFO_WITH_HTTP
+#include "http_server.h"
+#endif
 
 namespace {
 
 // How often the tool looks for a finished pass; also the longest it takes to notice a signal.
 constexpr long kPollNanoseconds = 20L * 1000 * 1000;
+
+int Fail(const std::string& message) {
+  std::cerr << "zefo-monitor: " << message << "\n";
+  return 2;
+}
 
 }  // namespace
 
@@ -22,35 +34,94 @@ int main(int argc, char** argv) {
   const zefo::cli::ParseResult parsed = zefo::cli::ParseOptions(argc, argv);
   if (!parsed.run) return parsed.exit_code;
   const zefo::cli::Options& opt = parsed.options;
+  using zefo::format::Format;
 
-  // SIGINT and SIGTERM are taken synchronously below; blocking them before the library starts
-  // its thread keeps them away from the sampling thread too.
+  // node_exporter's textfile collector reads only *.prom files, and only the Prometheus text
+  // format: a .prom target is written in that format.
+  Format file_format = opt.format;
+  const std::string& out = opt.output;
+  if (file_format == Format::kOpenMetrics && out.size() > 5 &&
+      out.compare(out.size() - 5, 5, ".prom") == 0) {
+    file_format = Format::kPrometheus;
+  }
+  std::optional<zefo::cli::OutputFile> output;
+  if (!opt.output.empty()) {
+    output.emplace(opt.output);
+    const std::string problem = output->Probe();
+    if (!problem.empty()) return Fail("cannot write --output " + opt.output + ": " + problem);
+  }
+  // Standard output carries the passes unless they go to a file, or the tool serves them and
+  // was not asked for a format.
+  const bool to_stdout = !output && (!opt.listen || opt.format_given);
+
+  // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
+  // keeps them away from the sampling and HTTP threads too.
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGINT);
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
+  const zefo::format::FormatOptions format_options;
+#ifdef ZEFO_WITH_HTTP
+  zefo::cli::PassStore store;
+  std::unique_ptr<zefo::cli::HttpServer> server;
+  if (opt.listen) {
+    // A scraper that hangs up mid-answer must not kill the tool.
+    signal(SIGPIPE, SIG_IGN);
+    const auto& where = opt.listen_address;
+    const std::string shown =
+        where.host.find(':') != std::string::npos ? "[" + where.host + "]" : where.host;
+    server = std::make_unique<zefo::cli::HttpServer>();
+    zefo::cli::AddRoutes(*server, store, format_options);
+    const std::string problem = server->Bind(where.host, where.port);
+    if (!problem.empty()) {
+      return Fail("cannot listen on " + shown + ":" + std::to_string(where.port) + ": " + problem);
+    }
+    server->Start();
+    std::cerr << "zefo-monitor: serving http://" << shown << ":" << server->port() << "/metrics"
+              << std::endl;
+  }
+#else
+  if (opt.listen) return Fail("--listen: this zefo-monitor was built without HTTP support");
+#endif
+
   auto monitor =
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
           : std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.pids, opt.paths);
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
-  uint64_t printed = 0;
-  long long reports = 0;
+  uint64_t written = 0;
+  long long passes = 0;
+  std::string last_error;
   const struct timespec poll = {0, kPollNanoseconds};
-  while (opt.count == 0 || reports < opt.count) {
+  while (opt.count == 0 || passes < opt.count) {
     if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
     const uint64_t latest = monitor->GetUpdateTime();
-    if (latest == 0 || latest == printed) continue;
-    // The report may already hold a newer pass than `latest`; remember the one it shows.
-    std::ostringstream report;
-    monitor->PrintToStream(report);
-    const std::string text = report.str();
-    std::cout << text << std::flush;
-    printed = std::strtoull(text.c_str() + text.find(": ") + 2, nullptr, 10);
-    ++reports;
+    if (latest == 0 || latest == written) continue;
+    // Copied under the library's lock; formatted after it is released. The copy may already
+    // hold a newer pass than `latest`; remember the one it holds.
+    auto pass =
+        std::make_shared<const zefo::format::Snapshot>(zefo::format::TakeSnapshot(*monitor));
+    written = pass->update_time;
+    ++passes;
+#ifdef ZEFO_WITH_HTTP
+    store.Publish(pass);
+#endif
+    if (output) {
+      // A failing write (a full disk) is reported once, and again after it recovers and fails.
+      const std::string error = output->Write(FormatPass(*pass, file_format, format_options));
+      if (!error.empty() && error != last_error) std::cerr << "zefo-monitor: " << error << "\n";
+      last_error = error;
+    }
+    if (to_stdout) {
+      std::cout << FormatPass(*pass, opt.format, format_options) << std::flush;
+      if (!std::cout) break;  // the reader went away
+    }
   }
+#ifdef ZEFO_WITH_HTTP
+  if (server) server->Stop();
+#endif
   monitor.reset();
   return 0;
 }

@@ -34,10 +34,41 @@ CLI::Validator WholeNumber(long long min, long long max) {
 
 }  // namespace
 
+std::string ParseListenAddress(const std::string& text, ListenAddress& out) {
+  const std::string example = " (give ADDRESS:PORT, e.g. 127.0.0.1:9464 or [::1]:9464)";
+  std::string host, port;
+  if (!text.empty() && text[0] == '[') {
+    const std::size_t close = text.find(']');
+    if (close == std::string::npos || close + 1 >= text.size() || text[close + 1] != ':') {
+      return "'" + text + "' is not an address and port" + example;
+    }
+    host = text.substr(1, close - 1);
+    port = text.substr(close + 2);
+  } else {
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string::npos || text.find(':') != colon) {
+      return "'" + text + "' is not an address and port" + example;
+    }
+    host = text.substr(0, colon);
+    port = text.substr(colon + 1);
+  }
+  if (host.empty()) return "'" + text + "' names no address" + example;
+  errno = 0;
+  const long number = common::util::IsNumeric(port) ? std::strtol(port.c_str(), nullptr, 10) : -1;
+  if (port.empty() || errno == ERANGE || number < 0 || number > 65535) {
+    return "'" + port + "' is not a port (0 to 65535)";
+  }
+  out.host = host;
+  out.port = static_cast<int>(number);
+  return std::string();
+}
+
 ParseResult ParseOptions(int argc, char** argv) {
   ParseResult result;
   Options& opt = result.options;
   std::vector<std::string> pids;
+  std::string format_name = "report";
+  std::string listen;
 
   CLI::App app{"Prints the board's resource report after every sampling pass.", "zefo-monitor"};
   app.set_version_flag("--version", std::string("zefo-monitor ") + ZEFO_VERSION);
@@ -74,6 +105,42 @@ ParseResult ParseOptions(int argc, char** argv) {
       ->type_name("DIR")
       ->default_val("/");
 
+  app.add_option("--format", format_name,
+                 "How each pass is written: report (the text report), line (one line per "
+                 "pass), json (one JSON object per line), openmetrics, or prometheus (the text "
+                 "format node_exporter's textfile collector reads)")
+      ->type_name("FORMAT")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            format::Format unused;
+            return format::ParseFormat(text, unused)
+                       ? std::string()
+                       : "'" + text +
+                             "' is not a format (report, line, json, openmetrics, prometheus)";
+          },
+          ""));
+  app.add_option("--output", opt.output,
+                 "Write each pass to FILE, replacing it whole (written beside it, then renamed), "
+                 "instead of standard output; with --format openmetrics, a FILE ending in "
+                 ".prom gets the prometheus format, for node_exporter's textfile collector")
+      ->type_name("FILE")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            return text.empty() ? std::string("the file name is empty") : std::string();
+          },
+          ""));
+  app.add_option("--listen", listen,
+                 "Serve the newest pass at http://ADDRESS:PORT/metrics (OpenMetrics or "
+                 "Prometheus text, as the scraper asks), on that address only; port 0 picks a "
+                 "free port. Standard output then stays quiet unless --format is given")
+      ->type_name("ADDRESS:PORT")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            ListenAddress unused;
+            return ParseListenAddress(text, unused);
+          },
+          ""));
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -89,6 +156,12 @@ ParseResult ParseOptions(int argc, char** argv) {
     return result;
   }
   opt.pids.insert(pids.begin(), pids.end());
+  format::ParseFormat(format_name, opt.format);
+  opt.format_given = app.count("--format") > 0;
+  if (!listen.empty()) {
+    opt.listen = true;
+    ParseListenAddress(listen, opt.listen_address);
+  }
   result.run = true;
   return result;
 }

@@ -1,0 +1,63 @@
+#ifndef ZEFO_FORMAT_SNAPSHOT_H_
+#define ZEFO_FORMAT_SNAPSHOT_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "zefo/base_monitor.h"
+#include "zefo/bpu_monitor.h"
+#include "zefo/cpu_monitor.h"
+#include "zefo/disk_monitor.h"
+#include "zefo/memory_monitor.h"
+#include "zefo/network_monitor.h"
+#include "zefo/procinfo_monitor.h"
+#include "zefo/qeltddr_monitor.h"
+#include "zefo/temperature_monitor.h"
+#include "zefo/zefo_export.h"
+
+namespace zefo {
+
+class ZefoResourceMonitor;
+class ZefoResourceMonitorApi;
+
+namespace format {
+
+/// A copy of one sampling pass: every monitor's items by value, so that a pass can be formatted,
+/// kept or handed to another thread without holding the library's lock. Fill it inside a
+/// `GetResourceInfo` callback (`Add`, one call per monitor) or with `TakeSnapshot`; after that it
+/// is a plain value, owned by whoever holds it.
+struct ZEFO_EXPORT Snapshot {
+  /// End of the pass, wall-clock milliseconds since the epoch; 0 before the first pass.
+  uint64_t update_time = 0;
+  /// The monitors the pass came from, in type order (also those that had no items yet).
+  std::vector<ResourceMonitorType> kinds;
+
+  std::map<std::string, CpuResourceItem> cpu;
+  std::map<std::string, BpuResourceItem> bpu;
+  std::map<std::string, DiskResourceItem> disk;
+  std::map<std::string, MemoryResourceItem> memory;
+  std::map<std::string, NetworkResourceItem> network;
+  std::map<std::string, TemperatureResourceItem> temperature;
+  std::map<std::string, QeltDdrResourceItem> ddr;
+  std::map<std::string, ProcInfoResourceItem> process;
+
+  /// Copies the items of one monitor of kind `type`, as a `GetResourceInfo` callback receives
+  /// them. Items that are not of the kind's item class are left out.
+  void Add(ResourceMonitorType type, const std::map<std::string, ResourceItem*>& items);
+};
+
+/// Copies the latest pass of `monitor` (one `GetResourceInfo` sweep: the lock is held only
+/// while copying). Thread rules are those of `GetResourceInfo`.
+ZEFO_EXPORT Snapshot TakeSnapshot(ZefoResourceMonitorApi& monitor);
+ZEFO_EXPORT Snapshot TakeSnapshot(ZefoResourceMonitor& monitor);
+
+/// A short lower-case name for each kind: "cpu", "bpu", "disk", "memory", "network",
+/// "temperature", "ddr", "process"; "unknown" for other values.
+ZEFO_EXPORT const char* KindName(ResourceMonitorType type);
+
+}  // namespace format
+}  // namespace zefo
+
+#endif  // ZEFO_FORMAT_SNAPSHOT_H_

@@ -1,0 +1,81 @@
+#include "format/text.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace zefo::format::detail {
+
+namespace {
+
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+
+bool Continuation(unsigned char byte) {
+  return (byte & 0xC0) == 0x80;
+}
+
+// Length of the well-formed sequence at the start of `text`, 0 if there is none. Overlong
+// forms, surrogates and code points above U+10FFFF are not well-formed.
+std::size_t SequenceLength(std::string_view text) {
+  const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = at(0);
+  if (lead < 0x80) return 1;
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // the range of the second byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (text.size() < length || at(1) < low || at(1) > high) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (!Continuation(at(i))) return 0;
+  }
+  return length;
+}
+
+}  // namespace
+
+std::string ValidUtf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = SequenceLength(text);
+    if (length == 0) {
+      out += kReplacement;
+      text.remove_prefix(1);
+    } else {
+      out.append(text.substr(0, length));
+      text.remove_prefix(length);
+    }
+  }
+  return out;
+}
+
+std::string_view CutUtf8(std::string_view text, std::size_t max_bytes) {
+  if (text.size() <= max_bytes) return text;
+  std::size_t end = max_bytes;
+  while (end > 0 && Continuation(static_cast<unsigned char>(text[end]))) --end;
+  return text.substr(0, end);
+}
+
+std::string Number(double value) {
+  if (std::isnan(value)) return "NaN";
+  if (std::isinf(value)) return value > 0 ? "+Inf" : "-Inf";
+  // Whole numbers up to 2^53 (every byte count a board has) print as integers.
+  if (value == std::trunc(value) && std::fabs(value) < 9007199254740992.0) {
+    return std::to_string(static_cast<long long>(value));
+  }
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return std::string(buffer, result.ptr);
+}
+
+}  // namespace zefo::format::detail
