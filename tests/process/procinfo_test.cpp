@@ -43,12 +43,12 @@ std::string StatLine(const std::string& pid, const Proc& p) {
 
 TEST(ProcInfoParse, StatLineWithBlankInName) {
   ProcInfoState s;
-  detail::ParseProcStat(StatLine("1234", Proc{"my proc", "", 350, 120, 5000}), F().stat, s);
+  detail::ParseProcStat(StatLine("1234", Proc{"my proc", "", 350, 120, 5000}), s);
   EXPECT_EQ(tie(s.pid, s.name, s.state, s.tpgid, s.cmajflt, s.utime, s.stime, s.start_time),
             make_tuple(1234LL, "my proc"s, "S"s, -1LL, 14LL, 350LL, 120LL, 5000LL));
   EXPECT_EQ(tie(s.processor, s.blkio_ticks), make_tuple(3, 7LL));
   // An overlong name is cut at its buffer; a short line leaves the later fields alone.
-  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", F().stat, s);
+  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", s);
   EXPECT_EQ(tie(s.pid, s.ppid, s.utime), make_tuple(5LL, 1LL, 350LL));
   EXPECT_EQ(s.name.size(), 255u);
 }
@@ -91,14 +91,14 @@ TEST(ProcInfoParse, StatusIoAndNetDev) {
   ProcInfoState s;
   detail::ParseStatus(
       "Name:\tcat\nVmPeak:\t 1 MB\nVmRSS:\t 2048 kB\nVmSwap:\t 3\nVmLckX:\t 5 kB\nRssFile:\t 7 B\n",
-      F().status, s);
+      s);
   // A line without a unit word keeps the last unit read (kB for VmSwap).
   EXPECT_EQ(tie(s.VmPeak, s.VmRSS, s.VmSwap, s.VmLck, s.RssFile),
             make_tuple(1048576LL, 2048LL * 1024, 3LL * 1024, 0LL, 7LL));
   detail::ParseIo(
       "rchar: 10\nwchar: 20\nsyscr: 3\nsyscw: 4\nread_bytes: 4096\n"
       "write_bytes: 8192\ncancelled_write_bytes: 100\nbogus: 5\n",
-      F().io, s);
+      s);
   EXPECT_EQ(
       tie(s.rchar, s.wchar, s.syscr, s.syscw, s.read_bytes, s.write_bytes, s.cancelled_write_bytes),
       make_tuple(10LL, 20LL, 3LL, 4LL, 4096LL, 8192LL, 100LL));
