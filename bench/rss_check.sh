@@ -2,7 +2,8 @@
 # rss_check.sh: the resident memory of zefo-monitor over many passes with a realistic process
 # count. Starts N idle processes, runs zefo-monitor with a short period, and reads VmRSS (and
 # VmHWM) from its /proc/<pid>/status when its 10th and its last report arrive. Every report
-# follows at least one new pass, so the last reading comes after at least that many passes.
+# follows at least one new pass, so the last reading comes after at least that many passes. A
+# reading is taken when the report after the counted one begins, so that report is complete.
 #
 #   bench/rss_check.sh [--monitor FILE] [--build-dir DIR] [--idle N] [--reports R] [--period MS]
 #
@@ -68,13 +69,24 @@ children+=("$pid")
 
 memory() { awk '/^(VmRSS|VmHWM):/ { printf "%s %s kB  ", $1, $2 }' "/proc/$pid/status"; }
 
+# Items are never removed, so every process id seen during the run keeps its block: the count
+# of blocks in the report tells memory that follows process churn from memory that leaks.
 start=$(date +%s)
 n=0
-while IFS= read -r _; do
-  n=$((n + 1))
-  if [ "$n" -eq 10 ] || [ "$n" -eq "$reports" ]; then
-    procs=$(ls /proc | grep -c '^[0-9]*$')
-    printf 'report %5d (%d processes, %ds): %s\n' "$n" "$procs" $(($(date +%s) - start)) "$(memory)"
+blocks=0
+report() {
+  procs=$(ls /proc | grep -c '^[0-9]*$')
+  printf 'report %5d (%d processes now, %d process items, %ds): %s\n' "$n" "$procs" "$blocks" \
+    $(($(date +%s) - start)) "$(memory)"
+}
+while IFS= read -r line; do
+  if [ "${line#update time:}" != "$line" ]; then
+    # The previous report is complete.
+    if [ "$n" -eq 10 ] || [ "$n" -eq "$reports" ]; then report; fi
+    [ "$n" -ge "$reports" ] && break
+    n=$((n + 1))
+    blocks=0
+  else
+    blocks=$((blocks + 1))
   fi
-  [ "$n" -ge "$reports" ] && break
-done < <(grep -a --line-buffered '^update time:' "$work/reports")
+done < <(grep -a --line-buffered -e '^update time:' -e '^Proc Name:' "$work/reports")
