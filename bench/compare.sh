@@ -11,8 +11,8 @@
 #   --driver FILE     a built zefo-pass-bench (default: build it with the release preset)
 #   --build-dir DIR   where the release build lives (default: build/release)
 #   --idle N          idle processes to start for the run (default 300)
-#   --rounds R        floor/driver alternations (default 7)
-#   --passes K        passes per measurement after the warm-up (default 20)
+#   --rounds R        floor/driver alternations (default 15)
+#   --passes K        passes per measurement after the warm-up (default 10)
 #   --procs-only      the process monitor alone
 #   --quick           a short run for CI: 100 idle processes, 3 rounds of 5 passes
 #
@@ -25,8 +25,8 @@ floor_src=""
 driver=""
 build_dir="$repo/build/release"
 idle=300
-rounds=7
-passes=20
+rounds=15
+passes=10
 driver_args=()
 
 usage() { sed -n '2,20p' "${BASH_SOURCE[0]}" | sed 's/^# \{0,1\}//'; exit 2; }

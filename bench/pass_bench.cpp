@@ -2,8 +2,8 @@
 //
 //   zefo-pass-bench [K] [--procs-only] [--by-monitor]
 //
-// Builds the eight monitors (or the process monitor alone with --procs-only), runs one warm-up
-// pass, then K passes back to back, calling DoMonitor on each monitor as the sampling thread does.
+// Builds the eight monitors (or the process monitor alone with --procs-only), warms up, then runs
+// K passes back to back, calling DoMonitor on each monitor as the sampling thread does.
 // Prints one line of key=value pairs; the *_us figures are CPU microseconds per pass from
 // getrusage, so start-up and the warm-up are left out:
 //
@@ -162,8 +162,9 @@ int main(int argc, char** argv) {
   }
   monitors.emplace_back(new zefo::ProcInfoMonitor());
 
-  // Warm-up: pages in the code and the dentries, and creates the stored samples, so that the
-  // timed passes are the steady state (every later pass also updates every item).
+  // Warm-up, two passes: the first pages in the code and the dentries and stores the first
+  // samples, the second creates the items. The timed passes are then the steady state, in which
+  // every pass updates every item in place.
   Pass(monitors);
   Pass(monitors);
 
@@ -177,9 +178,10 @@ int main(int argc, char** argv) {
   const double allocs = static_cast<double>(g_allocs.load() - allocs_before) / passes;
   const double bytes = static_cast<double>(g_alloc_bytes.load() - bytes_before) / passes;
 
-  // One more pass, timed and counted monitor by monitor.
+  // With --by-monitor, one more pass, timed and counted monitor by monitor.
   std::string by_monitor;
   for (const auto& monitor : monitors) {
+    if (!by_monitor_wanted) break;
     const unsigned long long before_allocs = g_allocs.load();
     struct rusage a;
     struct rusage b;
