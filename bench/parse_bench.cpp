@@ -225,7 +225,7 @@ void BM_ProcCpuTotalAndUptime(benchmark::State& st) {
   ProcInfoCpuState cpu;
   ProcInfoUptimeState uptime;
   for (auto _ : st) {
-    benchmark::DoNotOptimize(detail::ParseCpuTotal(kProcStat, formats.cpu, cpu));
+    benchmark::DoNotOptimize(detail::ParseCpuTotal(kProcStat, cpu));
     benchmark::DoNotOptimize(detail::ParseUptime("350.25 1201.50\n", formats.uptime, uptime));
   }
 }

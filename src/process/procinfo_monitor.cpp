@@ -204,7 +204,7 @@ bool ProcInfoMonitor::DoMonitor() {
 
 bool ProcInfoMonitor::GetCpu(ProcInfoCpuState& out) {
   ReadText(Paths().Proc("stat"), text_);
-  return detail::ParseCpuTotal(text_, cpu_format, out);
+  return detail::ParseCpuTotal(text_, out);
 }
 
 bool ProcInfoMonitor::GetUptime(ProcInfoUptimeState& out) {

@@ -303,23 +303,28 @@ void ParseNetDev(std::string_view text, const std::string& format,
 // "cpu  2684811 115236 1094082 54162041 10674 0 890071 0 0 0"
 //  name user    nice   system  idle     iowait irq softirq steal guest guest_nice
 // "cpu0 1342405 57618 547041 27081020 5337 0 445035 0 0 0"
-bool ParseCpuTotal(std::string_view text, const std::string& format, ProcInfoCpuState& out) {
+bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
   if (text.empty()) return false;
+  const ScanCursor::Nul nul = NulIn(text);
   LineWalker lines(text);
   lines.Next();
   if (FirstWord(lines.View()).substr(0, 3) != "cpu") return false;
-  char word[BaseMonitor::kWordSize] = {};
+  // ProcInfoFormats::cpu: "%255s" and ten "%lld", stopping at the first that fails.
   long long counters[10] = {};
-  std::sscanf(lines.CStr(), format.c_str(), word, &counters[0], &counters[1], &counters[2],
-              &counters[3], &counters[4], &counters[5], &counters[6], &counters[7], &counters[8],
-              &counters[9]);
+  ScanCursor first(lines.View(), nul);
+  std::string_view word;
+  if (first.Word(BaseMonitor::kWordSize - 1, word)) {
+    for (long long& counter : counters) {
+      if (!first.Number(counter)) break;
+    }
+  }
   // "cpu%d" on every line, the aggregate one included: on "cpu  2684811 ..." it takes the first
   // counter, and each per-core line after it overwrites the value with its number. The last
   // per-core number plus one is the core count, except that a lone "cpu0" gives 0.
   int cores = 0;
   LineWalker all(text);
   while (all.Next()) {
-    ScanCursor c(all.View());
+    ScanCursor c(all.View(), nul);
     if (c.Literal('c') && c.Literal('p') && c.Literal('u')) c.Int(cores);
   }
   if (cores > 0) cores += 1;

@@ -65,9 +65,9 @@ void ParseIo(std::string_view text, ProcInfoState& out);
 void ParseNetDev(std::string_view text, const std::string& format,
                  std::map<std::string, ProcInfoNetState>& out);
 
-// /proc/stat: the aggregate line's ten counters summed, and the core count. False (with `out`
-// untouched) if there is no line or the first word does not start with "cpu".
-bool ParseCpuTotal(std::string_view text, const std::string& format, ProcInfoCpuState& out);
+// /proc/stat: the aggregate line's ten counters summed (ProcInfoFormats::cpu), and the core count.
+// False (with `out` untouched) if there is no line or the first word does not start with "cpu".
+bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out);
 
 // /proc/uptime. False (with `out` untouched) if there is no line.
 bool ParseUptime(std::string_view text, const std::string& format, ProcInfoUptimeState& out);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <list>
 #include <random>
 #include <string>
@@ -96,6 +98,24 @@ void SscanfIo(std::string_view text, ProcInfoState& out) {
   }
 }
 
+bool SscanfCpuTotal(std::string_view text, ProcInfoCpuState& out) {
+  const std::list<std::string> lines = Lines(text);
+  if (lines.empty()) return false;
+  char first[256] = {};
+  std::sscanf(lines.front().c_str(), "%255s", first);
+  if (std::string(first).compare(0, 3, "cpu") != 0) return false;
+  long long c[10] = {};
+  std::sscanf(lines.front().c_str(), F().cpu.c_str(), first, &c[0], &c[1], &c[2], &c[3], &c[4],
+              &c[5], &c[6], &c[7], &c[8], &c[9]);
+  int cores = 0;
+  for (const std::string& line : lines) std::sscanf(line.c_str(), "cpu%d", &cores);
+  out.cores = cores > 0 ? cores + 1 : cores;
+  uint64_t total = 0;
+  for (long long counter : c) total += static_cast<uint64_t>(counter);
+  out.total = static_cast<long long>(total);
+  return true;
+}
+
 // Every field a parser may write, in one comparable row. Fields start at a marker value so that
 // "left alone" and "set to 0" differ.
 std::vector<long long> Row(const ProcInfoState& s) {
@@ -148,7 +168,13 @@ void ExpectSame(std::string_view text) {
   SscanfStatus(text, slow);
   detail::ParseIo(text, fast);
   SscanfIo(text, slow);
+  fast.cpu = slow.cpu = ProcInfoCpuState{-1, -1};
+  const bool fast_cpu = detail::ParseCpuTotal(text, fast.cpu);
+  const bool slow_cpu = SscanfCpuTotal(text, slow.cpu);
   const std::string shown = testing::PrintToString(std::string(text));
+  ASSERT_EQ(fast_cpu, slow_cpu) << shown;
+  ASSERT_EQ(fast.cpu.total, slow.cpu.total) << shown;
+  ASSERT_EQ(fast.cpu.cores, slow.cpu.cores) << shown;
   ASSERT_EQ(Row(fast), Row(slow)) << shown;
   ASSERT_EQ(fast.name, slow.name) << shown;
   ASSERT_EQ(fast.state, slow.state) << shown;
@@ -168,6 +194,9 @@ const std::string kIo =
     "rchar: 4185\nwchar: 0\nsyscr: 10\nsyscw: 0\nread_bytes: 4096\nwrite_bytes: 8192\n"
     "cancelled_write_bytes: 100\n";
 const std::string kStatm = "2795 410 343 39 0 161 0\n";
+const std::string kProcStat =
+    "cpu  2684811 115236 1094082 54162041 10674 0 890071 0 0 0\ncpu0 1 2 3 4 5 6 7 8 9 10\n"
+    "cpu1 1 2 3 4 5 6 7 8 9 10\nintr 175064416 9 0 0\nctxt 338452716\n";
 
 TEST(ProcInfoScan, OddLinesMatchSscanf) {
   const std::string cases[] = {
@@ -175,7 +204,15 @@ TEST(ProcInfoScan, OddLinesMatchSscanf) {
       kStatus,
       kIo,
       kStatm,
+      kProcStat,
       "",
+      // the machine's stat file: short, signed and huge counters, per-core lines out of order
+      "cpu 1 2\ncpu7 1\ncpu3\n",
+      "cpu  -1 +2 99999999999999999999 4\n",
+      "cpux 5\ncpu -3\n",
+      "cpu\n",
+      " cpu 5 6\ncpu 2147483648\n",
+      "intr 1\ncpu 1\n",
       // command names with blanks and parentheses; ")" ends the name where scanf ends it
       "7 (a b) R 1 2 3",
       "7 (a) b) R 1 2 3",
@@ -222,10 +259,10 @@ TEST(ProcInfoScan, MutatedKernelTextMatchesSscanf) {
   // matter to the formats, deleted, or runs of digits and letters inserted.
   static const char kTricky[] = {' ', '\t', '\n', '\0', '(', ')', '-',
                                  '+', '0',  '9',  'k',  'B', ':'};
-  const std::string seeds[] = {kStat, kStatus, kIo, kStatm};
+  const std::string seeds[] = {kStat, kStatus, kIo, kStatm, kProcStat};
   std::mt19937 random(20240611);
-  for (int round = 0; round < 4000; ++round) {
-    std::string text = seeds[round % 4];
+  for (int round = 0; round < 5000; ++round) {
+    std::string text = seeds[round % std::size(seeds)];
     const int edits = 1 + static_cast<int>(random() % 4);
     for (int e = 0; e < edits && !text.empty(); ++e) {
       const std::size_t at = random() % text.size();

@@ -122,7 +122,7 @@ TEST(ProcInfoParse, CpuTotalCoresAndUptime) {
   };
   for (const auto& [text, ok, total, cores] : cases) {
     ProcInfoCpuState out{-1, -1};
-    EXPECT_EQ(detail::ParseCpuTotal(text, F().cpu, out), ok) << text;
+    EXPECT_EQ(detail::ParseCpuTotal(text, out), ok) << text;
     EXPECT_EQ(tie(out.total, out.cores), make_tuple(total, cores)) << text;
   }
   ProcInfoUptimeState u;
