@@ -246,6 +246,8 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
  private:
   /// Reads `path` whole into `into` (a reused buffer); false if it yields nothing.
   bool ReadText(const std::string& path, std::string& into, bool follow_links = true) const;
+  /// Reads "<proc root>/<pid>/<file>" whole into `text_`; false if it yields nothing.
+  bool ReadProcFile(const std::string& pid, const char* file);
   /// "<proc root>/<pid>/<file>", built in `path_` (valid until the next call).
   const std::string& ProcFile(const std::string& pid, const char* file);
 
@@ -269,6 +271,8 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   std::size_t path_base_ = 0;  // length of "<proc root>/<pid>/" in path_; 0 before the first
   std::string reg_path_;
   ProcInfoState scratch_;
+  // Set by DoMonitor when the proc root is a procfs mount; until then every file is checked.
+  bool procfs_checked_ = false;
 };
 
 }  // namespace zefo

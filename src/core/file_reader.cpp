@@ -1,7 +1,9 @@
 #include "core/file_reader.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,7 +50,8 @@ constexpr std::size_t kChunk = 4096;
 
 }  // namespace
 
-ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow) {
+ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow,
+                         FileKind kind) {
   out.clear();
   int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   if (follow == FollowLinks::kNo) flags |= O_NOFOLLOW;
@@ -59,9 +62,11 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks 
   if (fd < 0) return StatusOfErrno(errno);
   Descriptor file(fd);
 
-  struct stat st;
-  if (::fstat(file.get(), &st) != 0) return ReadStatus::kError;
-  if (!S_ISREG(st.st_mode)) return ReadStatus::kNotRegular;
+  if (kind == FileKind::kCheckRegular) {
+    struct stat st;
+    if (::fstat(file.get(), &st) != 0) return ReadStatus::kError;
+    if (!S_ISREG(st.st_mode)) return ReadStatus::kNotRegular;
+  }
 
   // Read through a stack chunk and append: the string keeps its capacity from file to file and
   // is never zero-filled ahead of the read (growing a string with resize() would write every
@@ -91,6 +96,11 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks 
   const std::size_t last_newline = out.rfind('\n');
   out.resize(last_newline == std::string::npos ? 0 : last_newline + 1);
   return ReadStatus::kTruncated;
+}
+
+bool IsProcfsMount(const std::string& dir) {
+  struct statfs fs;
+  return ::statfs(dir.c_str(), &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
 }
 
 void SplitLines(std::string_view text, std::list<std::string>& lines) {

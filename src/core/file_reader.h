@@ -26,12 +26,27 @@ enum class ReadStatus {
 
 enum class FollowLinks { kYes, kNo };
 
+/// How a file's type is made sure of before it is read.
+enum class FileKind {
+  /// fstat after the open; anything but a regular file (a FIFO, a device) is refused.
+  kCheckRegular,
+  /// No fstat: the caller has made sure that the path is a per-process file (stat, status ...)
+  /// of a real procfs mount (see IsProcfsMount), where the kernel makes every such file a
+  /// regular file and nobody without privilege can put anything else in its place. Saves one
+  /// system call per file on the hottest path.
+  kProcfsFile,
+};
+
 /// Reads a whole regular file into `out` (replacing its contents). Opens non-blocking and
 /// close-on-exec, refuses anything but a regular file, loops over short reads and EINTR until
 /// end of file, and stops at kMaxFileBytes. With FollowLinks::kNo a symbolic link at the last
 /// component is refused.
 ReadStatus ReadWholeFile(const std::string& path, std::string& out,
-                         FollowLinks follow = FollowLinks::kYes);
+                         FollowLinks follow = FollowLinks::kYes,
+                         FileKind kind = FileKind::kCheckRegular);
+
+/// Whether `dir` is the root of a procfs mount (statfs says so; symbolic links followed).
+bool IsProcfsMount(const std::string& dir);
 
 /// Splits text into lines as a line reader would: newlines removed, an empty line kept as an
 /// empty string, a last line without a newline kept, nothing for the empty rest after a final

@@ -176,6 +176,17 @@ bool ProcInfoMonitor::ReadText(const std::string& path, std::string& into,
   return !into.empty();
 }
 
+bool ProcInfoMonitor::ReadProcFile(const std::string& pid, const char* file) {
+  // Under a proc root checked to be procfs, a numeric pid's files are the kernel's own regular
+  // files: the reader's fstat is spared. Any other root (a fixture tree, a directory someone
+  // else may write to) or key gets the full check.
+  const detail::FileKind kind = procfs_checked_ && common::util::IsNumeric(pid)
+                                    ? detail::FileKind::kProcfsFile
+                                    : detail::FileKind::kCheckRegular;
+  detail::ReadWholeFile(ProcFile(pid, file), text_, detail::FollowLinks::kYes, kind);
+  return !text_.empty();
+}
+
 const std::string& ProcInfoMonitor::ProcFile(const std::string& pid, const char* file) {
   // The readers of one process ask in turn; "<proc root>/<pid>/" is built once for them.
   if (path_base_ == 0 || pid != path_pid_) {
@@ -190,6 +201,8 @@ const std::string& ProcInfoMonitor::ProcFile(const std::string& pid, const char*
 }
 
 bool ProcInfoMonitor::DoMonitor() {
+  // Once a pass, one statfs: is the proc root a real procfs (see ReadProcFile)?
+  procfs_checked_ = detail::IsProcfsMount(Paths().procfs);
   // Both samples stay zero if their file cannot be read; the pass goes on regardless.
   ProcInfoCpuState cpu;
   ProcInfoUptimeState uptime;
@@ -240,7 +253,7 @@ bool ProcInfoMonitor::UpdateProc(const std::string& pid, const ProcInfoCpuState&
 }
 
 bool ProcInfoMonitor::GetStat(const std::string& pid, ProcInfoState& state) {
-  if (!ReadText(ProcFile(pid, "stat"), text_)) return false;
+  if (!ReadProcFile(pid, "stat")) return false;
   detail::ParseProcStat(text_, state);
   state.utime_cs = static_cast<long long>(LinuxProcessAdjustTime(state.utime));
   state.stime_cs = static_cast<long long>(LinuxProcessAdjustTime(state.stime));
@@ -249,7 +262,7 @@ bool ProcInfoMonitor::GetStat(const std::string& pid, ProcInfoState& state) {
 }
 
 bool ProcInfoMonitor::GetCmdLine(const std::string& pid, ProcInfoState& state) {
-  ReadText(ProcFile(pid, "cmdline"), text_);
+  ReadProcFile(pid, "cmdline");
   detail::ParseCmdLine(text_, state.cmd_line);
   return true;
 }
@@ -271,13 +284,13 @@ bool ProcInfoMonitor::GetZefoName(const std::string& pid, ProcInfoState& state) 
 }
 
 bool ProcInfoMonitor::GetStatm(const std::string& pid, ProcInfoState& state) {
-  if (!ReadText(ProcFile(pid, "statm"), text_)) return false;
+  if (!ReadProcFile(pid, "statm")) return false;
   detail::ParseStatm(text_, state.statm);
   return true;
 }
 
 bool ProcInfoMonitor::GetStatus(const std::string& pid, ProcInfoState& state) {
-  ReadText(ProcFile(pid, "status"), text_);
+  ReadProcFile(pid, "status");
   detail::ParseStatus(text_, state);
   return true;
 }
@@ -296,7 +309,7 @@ bool ProcInfoMonitor::GetFd(const std::string& pid, ProcInfoState& state) {
 
 bool ProcInfoMonitor::GetIo(const std::string& pid, ProcInfoState& state) {
   // Another user's process's io is not readable: its fields stay as they are.
-  ReadText(ProcFile(pid, "io"), text_);
+  ReadProcFile(pid, "io");
   detail::ParseIo(text_, state);
   return true;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "core/file_reader.h"
 #include "process/procinfo_parse.h"
 #include "support/fixture_tree.h"
 #include "support/golden.h"
@@ -249,6 +250,22 @@ TEST_F(ProcInfoFixture, SkippedExitedAndPartialProcesses) {
   ProcInfoCpuState cpu{5, 6};
   EXPECT_FALSE(monitor.GetCpu(cpu));
   EXPECT_EQ(cpu.total, 5);
+}
+
+TEST_F(ProcInfoFixture, FilesOutsideARealProcfsAreTypeChecked) {
+  // Only a real procfs root spares the per-file type check; a fixture root is not one, so a
+  // device planted as a process's stat file is refused rather than read as 4 MiB of noise.
+  EXPECT_TRUE(detail::IsProcfsMount("/proc"));
+  EXPECT_FALSE(detail::IsProcfsMount(tree.Path("proc")));
+  EXPECT_FALSE(detail::IsProcfsMount(tree.Path("missing")));
+  ProcInfoMonitor monitor(tree.paths());
+  WriteMachine(tree, 100);
+  WriteProc(tree, "8", Proc());
+  tree.Remove("proc/8/stat");
+  tree.Symlink("/dev/urandom", "proc/8/stat");
+  ASSERT_TRUE(monitor.DoMonitor());
+  ASSERT_TRUE(monitor.DoMonitor());
+  EXPECT_EQ(Item(monitor, "8"), nullptr);
 }
 
 TEST_F(ProcInfoFixture, HostileRegistrationLeavesNameEmpty) {
