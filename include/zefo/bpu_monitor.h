@@ -65,6 +65,7 @@ class ZEFO_EXPORT BpuMonitor : public BaseMonitor {
 
  private:
   BpuResourceInfo* info_;
+  std::string path_;  // a core's directory, its storage kept from pass to pass
 };
 
 }  // namespace zefo

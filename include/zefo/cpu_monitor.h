@@ -82,6 +82,13 @@ class ZEFO_EXPORT CpuMonitor : public BaseMonitor {
 
  private:
   CpuResourceInfo* info_;
+  // Storage kept from pass to pass: the stat text, the name of the line, and (for GetCpuFreq)
+  // the path and text of a frequency file.
+  std::string text_;
+  std::string word_;
+  std::string name_;
+  mutable std::string path_;
+  mutable std::string value_text_;
 };
 
 }  // namespace zefo

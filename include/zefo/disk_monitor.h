@@ -6,6 +6,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "zefo/base_monitor.h"
 #include "zefo/zefo_export.h"
@@ -98,6 +99,18 @@ class ZEFO_EXPORT DiskMonitor : public BaseMonitor {
 
  private:
   DiskResourceInfo* info_;
+  // Storage kept from pass to pass, so that a steady pass allocates nothing: the mounts of the
+  // pass with their devices, the file texts, a path, the words of a mount line, the sample.
+  struct QueriedMount {
+    uint64_t device = 0;
+    Mount mount;
+  };
+  std::vector<QueriedMount> mounts_;
+  std::string text_;
+  std::string path_;
+  std::string file_system_;
+  std::string mount_point_;
+  DiskState state_;
 };
 
 }  // namespace zefo

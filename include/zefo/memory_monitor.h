@@ -68,6 +68,7 @@ class ZEFO_EXPORT MemoryMonitor : public BaseMonitor {
 
  private:
   MemoryResourceInfo* info_;
+  std::string text_;  // the file's text, its storage kept from pass to pass
 };
 
 }  // namespace zefo

@@ -68,6 +68,8 @@ class ZEFO_EXPORT NetworkMonitor : public BaseMonitor {
 
  private:
   NetworkResourceInfo* info_;
+  std::string text_;  // the file's text, its storage kept from pass to pass
+  std::string name_;  // likewise the interface name of a line
 };
 
 }  // namespace zefo

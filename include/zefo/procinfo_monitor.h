@@ -246,11 +246,15 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
  private:
   /// Reads `path` whole into `into` (a reused buffer); false if it yields nothing.
   bool ReadText(const std::string& path, std::string& into, bool follow_links = true) const;
-  /// "<proc root>/<pid>/<file>".
-  std::string ProcFile(const std::string& pid, const char* file) const;
+  /// Reads "<proc root>/<pid>/<file>" whole into `text_`; false if it yields nothing.
+  bool ReadProcFile(const std::string& pid, const char* file);
+  /// "<proc root>/<pid>/<file>", built in `path_` (valid until the next call).
+  const std::string& ProcFile(const std::string& pid, const char* file);
 
   ProcInfoResourceInfo* resource_info;
   std::set<std::string> proc_set;
+  // The readers of stat, statm, status and io follow these formats step by step without sscanf
+  // (see procinfo_parse.h); the strings stay as the definition the tests hold them to.
   std::string stat_format;
   std::string cpu_format;
   std::string uptime_format;
@@ -258,9 +262,17 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   std::string status_format;
   std::string io_format;
   std::string net_format;
-  // Scratch buffers reused from file to file so a pass does not allocate per file.
+  // Scratch reused from file to file and process to process, so that a pass in the steady state
+  // does not allocate per file: the file texts, the path, and the sample being filled.
   std::string text_;
   std::string text2_;
+  std::string path_;           // "<proc root>/<pid>/<file>"
+  std::string path_pid_;       // the pid whose directory path_ starts with
+  std::size_t path_base_ = 0;  // length of "<proc root>/<pid>/" in path_; 0 before the first
+  std::string reg_path_;
+  ProcInfoState scratch_;
+  // Set by DoMonitor when the proc root is a procfs mount; until then every file is checked.
+  bool procfs_checked_ = false;
 };
 
 }  // namespace zefo

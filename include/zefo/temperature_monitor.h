@@ -60,6 +60,13 @@ class ZEFO_EXPORT TemperatureMonitor : public BaseMonitor {
 
  private:
   TemperatureResourceInfo* info_;
+  // Storage kept from pass to pass: the directory, a zone's path, a file's path and text, and
+  // the sample being filled (both of its fields are written for every zone that is stored).
+  std::string dir_;
+  std::string zone_;
+  std::string file_;
+  std::string text_;
+  TemperatureState state_;
 };
 
 }  // namespace zefo

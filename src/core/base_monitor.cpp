@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "core/file_reader.h"
+#include "core/scan_cursor.h"
 #include "zefo/zefo_utils.h"
 
 namespace zefo {
@@ -131,10 +132,7 @@ std::list<std::string> BaseMonitor::SubFiles(const std::string& dir) const {
 }
 
 uint64_t BaseMonitor::UnitToBytes(const std::string& unit) {
-  if (unit == "kB") return 1024ULL;
-  if (unit == "MB") return 1048576ULL;
-  if (unit == "GB") return 1073741824ULL;
-  return 1ULL;
+  return detail::UnitMultiplier(unit);
 }
 
 uint64_t BaseMonitor::LinuxProcessAdjustTime(unsigned long long ticks) const {

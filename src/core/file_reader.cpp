@@ -1,7 +1,9 @@
 #include "core/file_reader.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,12 +45,13 @@ class Descriptor {
   int fd_;
 };
 
-// Most kernel files fit in one page; read in page-sized steps and grow the string as needed.
+// Most kernel files fit in one page; read in page-sized steps.
 constexpr std::size_t kChunk = 4096;
 
 }  // namespace
 
-ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow) {
+ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow,
+                         FileKind kind) {
   out.clear();
   int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   if (follow == FollowLinks::kNo) flags |= O_NOFOLLOW;
@@ -59,25 +62,28 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks 
   if (fd < 0) return StatusOfErrno(errno);
   Descriptor file(fd);
 
-  struct stat st;
-  if (::fstat(file.get(), &st) != 0) return ReadStatus::kError;
-  if (!S_ISREG(st.st_mode)) return ReadStatus::kNotRegular;
+  if (kind == FileKind::kCheckRegular) {
+    struct stat st;
+    if (::fstat(file.get(), &st) != 0) return ReadStatus::kError;
+    if (!S_ISREG(st.st_mode)) return ReadStatus::kNotRegular;
+  }
 
+  // Read through a stack chunk and append: the string keeps its capacity from file to file and
+  // is never zero-filled ahead of the read (growing a string with resize() would write every
+  // byte twice).
+  char chunk[kChunk];
   std::size_t length = 0;
   while (length < kMaxFileBytes) {
     const std::size_t want = std::min(kChunk, kMaxFileBytes - length);
-    if (out.size() < length + want) out.resize(length + want);
-    const ssize_t got = ::read(file.get(), &out[length], want);
+    const ssize_t got = ::read(file.get(), chunk, want);
     if (got < 0) {
       if (errno == EINTR) continue;
       // A read that fails part-way leaves no text worth trusting: give the file up.
       out.clear();
       return ReadStatus::kError;
     }
-    if (got == 0) {
-      out.resize(length);
-      return ReadStatus::kOk;
-    }
+    if (got == 0) return ReadStatus::kOk;
+    out.append(chunk, static_cast<std::size_t>(got));
     length += static_cast<std::size_t>(got);
   }
   // At the cap: one more byte tells whether the file really goes on.
@@ -86,11 +92,15 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks 
   do {
     more = ::read(file.get(), &probe, 1);
   } while (more < 0 && errno == EINTR);
-  out.resize(length);
   if (more <= 0) return ReadStatus::kOk;
   const std::size_t last_newline = out.rfind('\n');
   out.resize(last_newline == std::string::npos ? 0 : last_newline + 1);
   return ReadStatus::kTruncated;
+}
+
+bool IsProcfsMount(const std::string& dir) {
+  struct statfs fs;
+  return ::statfs(dir.c_str(), &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
 }
 
 void SplitLines(std::string_view text, std::list<std::string>& lines) {

@@ -1,5 +1,7 @@
 #include "zefo/kernel_paths.h"
 
+#include "core/path_join.h"
+
 namespace zefo {
 
 KernelPaths KernelPaths::UnderRoot(const std::string& root) {
@@ -13,12 +15,23 @@ KernelPaths KernelPaths::UnderRoot(const std::string& root) {
 }
 
 std::string KernelPaths::Join(std::string_view base, std::string_view rel) {
-  while (!rel.empty() && rel.front() == '/') rel.remove_prefix(1);
-  std::string joined(base);
-  if (rel.empty()) return joined.empty() ? "/" : joined;
-  if (joined.empty() || joined.back() != '/') joined += '/';
-  joined.append(rel);
+  std::string joined;
+  detail::AssignJoined(joined, base, rel);
   return joined;
 }
 
+namespace detail {
+
+void AssignJoined(std::string& out, std::string_view base, std::string_view rel) {
+  while (!rel.empty() && rel.front() == '/') rel.remove_prefix(1);
+  out.assign(base);
+  if (rel.empty()) {
+    if (out.empty()) out = "/";
+    return;
+  }
+  if (out.empty() || out.back() != '/') out += '/';
+  out.append(rel);
+}
+
+}  // namespace detail
 }  // namespace zefo

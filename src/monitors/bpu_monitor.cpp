@@ -3,6 +3,8 @@
 #include <iomanip>
 #include <list>
 
+#include "core/path_join.h"
+
 namespace zefo {
 
 namespace {
@@ -45,7 +47,9 @@ BpuMonitor::~BpuMonitor() {
 }
 
 bool BpuMonitor::GetBpuPath(int id, std::string& path) const {
-  path = Paths().Sys("devices/system/bpu/bpu" + std::to_string(id));
+  // Built in place: the path is asked for on every pass, usually to find no BPU at all.
+  detail::AssignJoined(path, Paths().sysfs, "devices/system/bpu/bpu");
+  path += std::to_string(id);
   return IsExists(path);
 }
 
@@ -75,11 +79,10 @@ bool BpuMonitor::GetBpuState(const std::string& path, BpuState& state) const {
 }
 
 bool BpuMonitor::DoMonitor() {
-  std::string path;
-  for (int id = 0; GetBpuPath(id, path); ++id) {
+  for (int id = 0; GetBpuPath(id, path_); ++id) {
     // A fresh state per core, so a missing file shows 0 rather than the previous core's figure.
     BpuState state;
-    if (GetBpuState(path, state)) {
+    if (GetBpuState(path_, state)) {
       info_->Update(MutableItems(), "bpu" + std::to_string(id), state, Now());
     }
   }

@@ -3,6 +3,9 @@
 #include <iomanip>
 #include <list>
 
+#include "core/file_reader.h"
+#include "core/path_join.h"
+#include "core/scan_cursor.h"
 #include "monitors/counter_math.h"
 #include "monitors/cpu_parse.h"
 
@@ -75,15 +78,18 @@ CpuMonitor::~CpuMonitor() {
 }
 
 bool CpuMonitor::DoMonitor() {
-  const std::list<std::string> lines = ReadFile(Paths().Proc("stat"));
-  std::string word;
+  detail::ReadWholeFile(Paths().Proc("stat"), text_);
   CpuState state;
-  for (const std::string& line : lines) {
-    if (!detail::ParseCpuStatLine(line, word, state)) continue;
-    const std::string name = word == "cpu" ? "total" : word;
-    GetCpuFreq(name, state);
-    info_->Update(MutableItems(), name, state, Now());
-  }
+  detail::ForEachLineInPlace(text_, [this, &state](const char* line) {
+    if (!detail::ParseCpuStatLine(line, word_, state)) return;
+    if (word_ == "cpu") {
+      name_ = "total";
+    } else {
+      name_ = word_;
+    }
+    GetCpuFreq(name_, state);
+    info_->Update(MutableItems(), name_, state, Now());
+  });
   // A CPU taken offline drops out of /proc/stat; its item stays with its last figures.
   return true;
 }
@@ -96,10 +102,21 @@ void CpuMonitor::GetCpuFreq(const std::string& name, CpuState& state) const {
   if (name.find('/') != std::string::npos) return;
   // There is no directory for "total", so the machine-wide item keeps -1. Reading
   // cpuinfo_cur_freq needs privileges on many kernels; without them it stays -1 as well.
-  const std::string dir = "devices/system/cpu/" + name + "/cpufreq/";
-  ReadValue(Paths().Sys(dir + "cpuinfo_min_freq"), state.min_freq);
-  ReadValue(Paths().Sys(dir + "cpuinfo_max_freq"), state.max_freq);
-  ReadValue(Paths().Sys(dir + "cpuinfo_cur_freq"), state.cur_freq);
+  detail::AssignJoined(path_, Paths().sysfs, "devices/system/cpu/");
+  path_ += name;
+  path_ += "/cpufreq/";
+  const std::size_t dir = path_.size();
+  const auto read = [this, dir](const char* file, long long& out) {
+    // As ReadValue(path, out): the first line's "%lld", -1 when the file gives nothing.
+    path_.resize(dir);
+    path_ += file;
+    detail::ReadWholeFile(path_, value_text_);
+    out = -1;
+    detail::ScanCursor(detail::FirstLineOf(value_text_)).Number(out);
+  };
+  read("cpuinfo_min_freq", state.min_freq);
+  read("cpuinfo_max_freq", state.max_freq);
+  read("cpuinfo_cur_freq", state.cur_freq);
 }
 
 }  // namespace zefo

@@ -5,6 +5,8 @@
 
 #include <iomanip>
 
+#include "core/file_reader.h"
+#include "core/path_join.h"
 #include "monitors/counter_math.h"
 #include "monitors/disk_parse.h"
 
@@ -49,50 +51,90 @@ DiskMonitor::~DiskMonitor() {
   delete info_;
 }
 
-MountTable DiskMonitor::GetMounts() const {
-  MountTable table;
-  std::string file_system;
-  std::string mount_point;
-  for (const std::string& line : ReadFile(Paths().Proc("mounts"))) {
-    if (detail::ParseMountLine(line, file_system, mount_point) <= 0) continue;
-    if (mount_point.empty()) continue;
-    const std::string path = Paths().Root(mount_point);
+namespace {
+
+// Reads the mount table into `text` and calls fn(device, total_size, available_size) for every
+// mount point, in table order, that statvfs and stat both answer (under the root file system
+// path), with `file_system` and `mount_point` holding its line's words. The two words carry over
+// from line to line as the parser leaves them: a line of one word keeps the last mount point.
+template <typename Fn>
+void ForEachQueriedMount(const KernelPaths& paths, std::string& text, std::string& path,
+                         std::string& file_system, std::string& mount_point, Fn&& fn) {
+  detail::ReadWholeFile(paths.Proc("mounts"), text);
+  detail::ForEachLineInPlace(text, [&](const char* line) {
+    if (detail::ParseMountLine(line, file_system, mount_point) <= 0) return;
+    if (mount_point.empty()) return;
+    detail::AssignJoined(path, paths.rootfs, mount_point);
     struct statvfs vfs;
-    if (statvfs(path.c_str(), &vfs) != 0) continue;
+    if (statvfs(path.c_str(), &vfs) != 0) return;
     struct stat st;
-    if (stat(path.c_str(), &st) != 0) continue;
-    Mount mount;
-    mount.file_system = file_system;
-    mount.mount_point = mount_point;
+    if (stat(path.c_str(), &st) != 0) return;
     // Counted in f_bsize blocks, not f_frsize fragments; the two agree on the usual disk file
     // systems. Multiplied unsigned so that a file system reporting absurd counts wraps rather
     // than overflows.
     const uint64_t block = vfs.f_bsize;
-    mount.total_size = static_cast<int64_t>(static_cast<uint64_t>(vfs.f_blocks) * block);
-    mount.available_size = static_cast<int64_t>(static_cast<uint64_t>(vfs.f_bavail) * block);
-    table[static_cast<uint64_t>(st.st_dev)].push_back(mount);
-  }
+    fn(static_cast<uint64_t>(st.st_dev),
+       static_cast<int64_t>(static_cast<uint64_t>(vfs.f_blocks) * block),
+       static_cast<int64_t>(static_cast<uint64_t>(vfs.f_bavail) * block));
+  });
+}
+
+}  // namespace
+
+MountTable DiskMonitor::GetMounts() const {
+  MountTable table;
+  std::string text;
+  std::string path;
+  std::string file_system;
+  std::string mount_point;
+  ForEachQueriedMount(Paths(), text, path, file_system, mount_point,
+                      [&](uint64_t device, int64_t total_size, int64_t available_size) {
+                        Mount mount;
+                        mount.file_system = file_system;
+                        mount.mount_point = mount_point;
+                        mount.total_size = total_size;
+                        mount.available_size = available_size;
+                        table[device].push_back(mount);
+                      });
   return table;
 }
 
 bool DiskMonitor::DoMonitor() {
-  const MountTable mounts = GetMounts();
-  if (mounts.empty()) return true;
-  for (const std::string& line : ReadFile(Paths().Proc("diskstats"))) {
+  // What GetMounts() gives, kept in reused storage: the mounts in table order, each with its
+  // device, and a device's mounts found by a scan (a handful of mounts, a handful of lines).
+  std::size_t count = 0;
+  file_system_.clear();
+  mount_point_.clear();
+  ForEachQueriedMount(Paths(), text_, path_, file_system_, mount_point_,
+                      [&](uint64_t device, int64_t total_size, int64_t available_size) {
+                        if (count == mounts_.size()) mounts_.emplace_back();
+                        QueriedMount& entry = mounts_[count++];
+                        entry.device = device;
+                        entry.mount.file_system = file_system_;
+                        entry.mount.mount_point = mount_point_;
+                        entry.mount.total_size = total_size;
+                        entry.mount.available_size = available_size;
+                      });
+  if (count == 0) return true;
+  detail::ReadWholeFile(Paths().Proc("diskstats"), text_);
+  detail::ForEachLineInPlace(text_, [&](const char* line) {
     uint64_t key = 0;
-    if (!detail::ParseDiskstatsKey(line, key)) continue;
-    auto found = mounts.find(key);
-    if (found == mounts.end() || found->second.empty()) continue;
-    DiskState state;
-    if (!detail::ParseDiskstatsLine(line, state)) continue;
-    for (const Mount& mount : found->second) {
-      state.file_system = mount.file_system;
-      state.mount_point = mount.mount_point;
-      state.total_size = mount.total_size;
-      state.available_size = mount.available_size;
-      info_->Update(MutableItems(), mount.mount_point, state, Now());
+    if (!detail::ParseDiskstatsKey(line, key)) return;
+    bool parsed = false;
+    for (std::size_t i = 0; i < count; ++i) {
+      const Mount& mount = mounts_[i].mount;
+      if (mounts_[i].device != key) continue;
+      if (!parsed) {
+        if (!detail::ParseDiskstatsLine(line, state_)) return;
+        parsed = true;
+      }
+      state_.file_system = mount.file_system;
+      state_.mount_point = mount.mount_point;
+      state_.total_size = mount.total_size;
+      state_.available_size = mount.available_size;
+      info_->Update(MutableItems(), mount.mount_point, state_, Now());
     }
-  }
+  });
   return true;
 }
 

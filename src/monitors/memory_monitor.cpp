@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <list>
 
+#include "core/file_reader.h"
 #include "monitors/counter_math.h"
 #include "monitors/memory_parse.h"
 
@@ -52,7 +53,8 @@ MemoryMonitor::~MemoryMonitor() {
 
 bool MemoryMonitor::DoMonitor() {
   MemoryState state;
-  detail::ParseMeminfo(ReadFile(Paths().Proc("meminfo")), state);
+  detail::ReadWholeFile(Paths().Proc("meminfo"), text_);
+  detail::ParseMeminfoInPlace(text_, state);
   // There is one memory item; it and its stored sample go under the empty name.
   info_->Update(MutableItems(), "", state, Now());
   return true;

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/file_reader.h"
+#include "core/scan_cursor.h"
 #include "zefo/base_monitor.h"
 
 namespace zefo {
@@ -27,27 +29,46 @@ constexpr MeminfoKey kMeminfoKeys[] = {
     {"SwapFree:", &MemoryState::swap_free},
 };
 
-}  // namespace
+// The state of one pass over the file: the number and the unit carry over from line to line.
+class MeminfoLines {
+ public:
+  MeminfoLines() {
+    for (const MeminfoKey& entry : kMeminfoKeys) state_.*entry.field = -1;
+  }
 
-void ParseMeminfo(const std::list<std::string>& lines, MemoryState& out) {
-  static_assert(BaseMonitor::kWordSize == 256, "the format below bounds each word to 255 bytes");
-  MemoryState state;
-  for (const MeminfoKey& entry : kMeminfoKeys) state.*entry.field = -1;
-
-  char name[BaseMonitor::kWordSize] = {};
-  char unit[BaseMonitor::kWordSize] = {};
-  long long number = 0;
-  for (const std::string& line : lines) {
-    std::sscanf(line.c_str(), "%255s %lld %255s", name, &number, unit);
+  void Line(const char* line) {
+    static_assert(BaseMonitor::kWordSize == 256, "the format below bounds each word to 255 bytes");
+    std::sscanf(line, "%255s %lld %255s", name_, &number_, unit_);
     for (const MeminfoKey& entry : kMeminfoKeys) {
-      if (std::strcmp(name, entry.key) != 0) continue;
+      if (std::strcmp(name_, entry.key) != 0) continue;
       // Unsigned arithmetic: a hostile number times the unit wraps instead of overflowing.
-      state.*entry.field = static_cast<long long>(static_cast<unsigned long long>(number) *
-                                                  BaseMonitor::UnitToBytes(unit));
+      state_.*entry.field =
+          static_cast<long long>(static_cast<unsigned long long>(number_) * UnitMultiplier(unit_));
       break;
     }
   }
-  out = state;
+
+  const MemoryState& State() const { return state_; }
+
+ private:
+  MemoryState state_;
+  char name_[BaseMonitor::kWordSize] = {};
+  char unit_[BaseMonitor::kWordSize] = {};
+  long long number_ = 0;
+};
+
+}  // namespace
+
+void ParseMeminfo(const std::list<std::string>& lines, MemoryState& out) {
+  MeminfoLines parser;
+  for (const std::string& line : lines) parser.Line(line.c_str());
+  out = parser.State();
+}
+
+void ParseMeminfoInPlace(std::string& text, MemoryState& out) {
+  MeminfoLines parser;
+  ForEachLineInPlace(text, [&parser](const char* line) { parser.Line(line); });
+  out = parser.State();
 }
 
 }  // namespace detail

@@ -22,6 +22,8 @@ namespace detail {
 // line to line: a known key with no number of its own takes the last number read, and a number
 // without a unit the last unit.
 void ParseMeminfo(const std::list<std::string>& lines, MemoryState& out);
+// The same over the whole text of the file, cut into lines in place (its newlines become NULs).
+void ParseMeminfoInPlace(std::string& text, MemoryState& out);
 
 }  // namespace detail
 }  // namespace zefo

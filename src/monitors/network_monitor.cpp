@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <iterator>
 
+#include "core/file_reader.h"
 #include "monitors/counter_math.h"
 #include "monitors/network_parse.h"
 
@@ -36,16 +37,16 @@ NetworkMonitor::~NetworkMonitor() {
 }
 
 bool NetworkMonitor::DoMonitor() {
-  const std::list<std::string> lines = ReadFile(Paths().Proc("net/dev"));
-  if (lines.size() < 2) return false;
+  detail::ReadWholeFile(Paths().Proc("net/dev"), text_);
   // The first two lines are the column headers.
-  std::string name;
-  for (auto line = std::next(lines.begin(), 2); line != lines.end(); ++line) {
+  int line_number = 0;
+  detail::ForEachLineInPlace(text_, [this, &line_number](const char* line) {
+    if (++line_number <= 2) return;
     NetworkState state;
-    if (!detail::ParseNetDevLine(*line, name, state)) continue;
-    info_->Update(MutableItems(), name, state, Now());
-  }
-  return true;
+    if (!detail::ParseNetDevLine(line, name_, state)) return;
+    info_->Update(MutableItems(), name_, state, Now());
+  });
+  return line_number >= 2;
 }
 
 }  // namespace zefo

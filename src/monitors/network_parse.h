@@ -18,6 +18,7 @@ namespace detail {
 // lacks reads 0. False, with nothing changed, for a line without a word or whose first word is
 // longer than 255 bytes.
 bool ParseNetDevLine(const std::string& line, std::string& name, NetworkState& out);
+bool ParseNetDevLine(const char* line, std::string& name, NetworkState& out);
 
 }  // namespace detail
 }  // namespace zefo

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <iomanip>
 
+#include "core/file_reader.h"
+#include "core/path_join.h"
 #include "monitors/temperature_parse.h"
 
 namespace zefo {
@@ -30,8 +32,12 @@ TemperatureMonitor::~TemperatureMonitor() {
   delete info_;
 }
 
-bool TemperatureMonitor::GetThermalZone(std::list<std::string>& zones) const {
-  const std::string dir = Paths().Sys("class/thermal");
+namespace {
+
+// Calls fn(path) with the path of every "thermal_zone*" entry of `dir`, in directory order,
+// built in `path`. False only when the directory cannot be opened.
+template <typename Fn>
+bool ForEachZone(const std::string& dir, std::string& path, Fn&& fn) {
   DIR* handle = opendir(dir.c_str());
   if (handle == nullptr) return false;
   // Cooling devices and other entries share the directory; only the zones are wanted. The
@@ -39,30 +45,47 @@ bool TemperatureMonitor::GetThermalZone(std::list<std::string>& zones) const {
   static constexpr char kPrefix[] = "thermal_zone";
   while (const struct dirent* entry = readdir(handle)) {
     if (std::strncmp(entry->d_name, kPrefix, sizeof(kPrefix) - 1) != 0) continue;
-    zones.push_back(KernelPaths::Join(dir, entry->d_name));
+    detail::AssignJoined(path, dir, entry->d_name);
+    fn(path);
   }
   closedir(handle);
   return true;
 }
 
+// Cuts `text` at its first newline: what is left is the first line, as a C string.
+const char* FirstLineInPlace(std::string& text) {
+  const std::size_t end = text.find('\n');
+  if (end != std::string::npos) text[end] = '\0';
+  return text.c_str();
+}
+
+}  // namespace
+
+bool TemperatureMonitor::GetThermalZone(std::list<std::string>& zones) const {
+  std::string path;
+  return ForEachZone(Paths().Sys("class/thermal"), path,
+                     [&zones](const std::string& zone) { zones.push_back(zone); });
+}
+
 bool TemperatureMonitor::ReadTemperatureValue(const std::string& zone) {
-  TemperatureState state;
-  const std::list<std::string> type = ReadFile(zone + "/type");
-  if (type.empty() || !detail::ParseZoneType(type.front(), state.zone_type)) return false;
+  file_.assign(zone).append("/type");
+  detail::ReadWholeFile(file_, text_);
+  if (text_.empty() || !detail::ParseZoneType(FirstLineInPlace(text_), state_.zone_type)) {
+    return false;
+  }
   // The reader never blocks on a FIFO or device planted here, and a driver whose read fails
   // gives no line; either way only this zone is skipped.
-  const std::list<std::string> temp = ReadFile(zone + "/temp");
-  if (temp.empty()) return false;
-  state.temp = detail::ParseZoneTemp(temp.front());
-  info_->Update(MutableItems(), state.zone_type, state, Now());
+  file_.assign(zone).append("/temp");
+  detail::ReadWholeFile(file_, text_);
+  if (text_.empty()) return false;
+  state_.temp = detail::ParseZoneTemp(FirstLineInPlace(text_));
+  info_->Update(MutableItems(), state_.zone_type, state_, Now());
   return true;
 }
 
 bool TemperatureMonitor::DoMonitor() {
-  std::list<std::string> zones;
-  const bool listed = GetThermalZone(zones);
-  for (const std::string& zone : zones) ReadTemperatureValue(zone);
-  return listed;
+  detail::AssignJoined(dir_, Paths().sysfs, "class/thermal");
+  return ForEachZone(dir_, zone_, [this](const std::string& zone) { ReadTemperatureValue(zone); });
 }
 
 }  // namespace zefo

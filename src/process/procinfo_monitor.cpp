@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/file_reader.h"
+#include "core/path_join.h"
 #include "process/procinfo_parse.h"
 #include "zefo/zefo_utils.h"
 
@@ -22,6 +23,19 @@ int64_t Diff(long long current, long long previous) {
 
 int64_t Pages(long long pages, int64_t page_size) {
   return static_cast<int64_t>(static_cast<uint64_t>(pages) * static_cast<uint64_t>(page_size));
+}
+
+// Makes `state` a fresh sample (strings empty, numbers zero, no interfaces) while its strings
+// keep their storage, so that sampling a process does not allocate for its command line.
+void ResetKeepingStorage(ProcInfoState& state) {
+  std::string* strings[] = {&state.name, &state.state, &state.zefo_name, &state.cmd_line};
+  std::string kept[4];
+  for (int i = 0; i < 4; ++i) kept[i].swap(*strings[i]);
+  state = ProcInfoState();
+  for (int i = 0; i < 4; ++i) {
+    kept[i].clear();
+    strings[i]->swap(kept[i]);
+  }
 }
 
 }  // namespace
@@ -162,14 +176,33 @@ bool ProcInfoMonitor::ReadText(const std::string& path, std::string& into,
   return !into.empty();
 }
 
-std::string ProcInfoMonitor::ProcFile(const std::string& pid, const char* file) const {
-  std::string path = Paths().Proc(pid);
-  path += '/';
-  path += file;
-  return path;
+bool ProcInfoMonitor::ReadProcFile(const std::string& pid, const char* file) {
+  // Under a proc root checked to be procfs, a numeric pid's files are the kernel's own regular
+  // files: the reader's fstat is spared. Any other root (a fixture tree, a directory someone
+  // else may write to) or key gets the full check.
+  const detail::FileKind kind = procfs_checked_ && common::util::IsNumeric(pid)
+                                    ? detail::FileKind::kProcfsFile
+                                    : detail::FileKind::kCheckRegular;
+  detail::ReadWholeFile(ProcFile(pid, file), text_, detail::FollowLinks::kYes, kind);
+  return !text_.empty();
+}
+
+const std::string& ProcInfoMonitor::ProcFile(const std::string& pid, const char* file) {
+  // The readers of one process ask in turn; "<proc root>/<pid>/" is built once for them.
+  if (path_base_ == 0 || pid != path_pid_) {
+    detail::AssignJoined(path_, Paths().procfs, pid);
+    path_ += '/';
+    path_pid_ = pid;
+    path_base_ = path_.size();
+  }
+  path_.resize(path_base_);
+  path_ += file;
+  return path_;
 }
 
 bool ProcInfoMonitor::DoMonitor() {
+  // Once a pass, one statfs: is the proc root a real procfs (see ReadProcFile)?
+  procfs_checked_ = detail::IsProcfsMount(Paths().procfs);
   // Both samples stay zero if their file cannot be read; the pass goes on regardless.
   ProcInfoCpuState cpu;
   ProcInfoUptimeState uptime;
@@ -184,7 +217,7 @@ bool ProcInfoMonitor::DoMonitor() {
 
 bool ProcInfoMonitor::GetCpu(ProcInfoCpuState& out) {
   ReadText(Paths().Proc("stat"), text_);
-  return detail::ParseCpuTotal(text_, cpu_format, out);
+  return detail::ParseCpuTotal(text_, out);
 }
 
 bool ProcInfoMonitor::GetUptime(ProcInfoUptimeState& out) {
@@ -208,7 +241,8 @@ bool ProcInfoMonitor::UpdateProc(const std::string& pid, const ProcInfoCpuState&
                                  const ProcInfoUptimeState& uptime) {
   // A process that is gone (or was never there) fails at stat or statm and is skipped; one whose
   // other files cannot be read is still sampled with those fields at zero.
-  ProcInfoState state;
+  ProcInfoState& state = scratch_;
+  ResetKeepingStorage(state);
   if (GetStat(pid, state) && GetCmdLine(pid, state) && GetZefoName(pid, state) &&
       GetStatm(pid, state) && GetStatus(pid, state) && GetFd(pid, state) && GetIo(pid, state)) {
     state.cpu = cpu;
@@ -219,8 +253,8 @@ bool ProcInfoMonitor::UpdateProc(const std::string& pid, const ProcInfoCpuState&
 }
 
 bool ProcInfoMonitor::GetStat(const std::string& pid, ProcInfoState& state) {
-  if (!ReadText(ProcFile(pid, "stat"), text_)) return false;
-  detail::ParseProcStat(text_, stat_format, state);
+  if (!ReadProcFile(pid, "stat")) return false;
+  detail::ParseProcStat(text_, state);
   state.utime_cs = static_cast<long long>(LinuxProcessAdjustTime(state.utime));
   state.stime_cs = static_cast<long long>(LinuxProcessAdjustTime(state.stime));
   state.start_time_cs = static_cast<long long>(LinuxProcessAdjustTime(state.start_time));
@@ -228,7 +262,7 @@ bool ProcInfoMonitor::GetStat(const std::string& pid, ProcInfoState& state) {
 }
 
 bool ProcInfoMonitor::GetCmdLine(const std::string& pid, ProcInfoState& state) {
-  ReadText(ProcFile(pid, "cmdline"), text_);
+  ReadProcFile(pid, "cmdline");
   detail::ParseCmdLine(text_, state.cmd_line);
   return true;
 }
@@ -237,24 +271,27 @@ bool ProcInfoMonitor::GetZefoName(const std::string& pid, ProcInfoState& state) 
   // Any user may write under the registration directory, so a link planted at either file is
   // not followed, and only a regular file is read (never a FIFO or a device). The pid file is
   // read first: without a match there the name file does not matter.
-  const std::string dir = Paths().Reg(pid);
-  if (!ReadText(dir + "/pid", text2_, false) || !detail::RegisteredPidMatches(text2_, pid)) {
+  detail::AssignJoined(reg_path_, Paths().regdir, pid);
+  reg_path_ += "/pid";
+  if (!ReadText(reg_path_, text2_, false) || !detail::RegisteredPidMatches(text2_, pid)) {
     return true;
   }
-  ReadText(dir + "/name", text_, false);
+  reg_path_.resize(reg_path_.size() - 3);
+  reg_path_ += "name";
+  ReadText(reg_path_, text_, false);
   detail::ParseRegistration(text_, text2_, pid, state.zefo_name);
   return true;
 }
 
 bool ProcInfoMonitor::GetStatm(const std::string& pid, ProcInfoState& state) {
-  if (!ReadText(ProcFile(pid, "statm"), text_)) return false;
-  detail::ParseStatm(text_, statm_format, state.statm);
+  if (!ReadProcFile(pid, "statm")) return false;
+  detail::ParseStatm(text_, state.statm);
   return true;
 }
 
 bool ProcInfoMonitor::GetStatus(const std::string& pid, ProcInfoState& state) {
-  ReadText(ProcFile(pid, "status"), text_);
-  detail::ParseStatus(text_, status_format, state);
+  ReadProcFile(pid, "status");
+  detail::ParseStatus(text_, state);
   return true;
 }
 
@@ -272,8 +309,8 @@ bool ProcInfoMonitor::GetFd(const std::string& pid, ProcInfoState& state) {
 
 bool ProcInfoMonitor::GetIo(const std::string& pid, ProcInfoState& state) {
   // Another user's process's io is not readable: its fields stay as they are.
-  ReadText(ProcFile(pid, "io"), text_);
-  detail::ParseIo(text_, io_format, state);
+  ReadProcFile(pid, "io");
+  detail::ParseIo(text_, state);
   return true;
 }
 

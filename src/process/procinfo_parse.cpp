@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/scan_cursor.h"
 #include "zefo/base_monitor.h"
 
 namespace zefo {
@@ -70,6 +71,12 @@ long long WrappingScale(long long value, uint64_t factor) {
   return static_cast<long long>(static_cast<uint64_t>(value) * factor);
 }
 
+// Whether the lines of `text` need their NUL search (a NUL ends a line for scanf).
+ScanCursor::Nul NulIn(std::string_view text) {
+  return std::memchr(text.data(), '\0', text.size()) != nullptr ? ScanCursor::kMayHoldNul
+                                                                : ScanCursor::kHasNoNul;
+}
+
 // One text is exactly one line: non-empty, and nothing after its first newline.
 bool SingleLine(std::string_view text, std::string_view& line) {
   if (text.empty()) return false;
@@ -109,16 +116,40 @@ std::string_view FirstLine(std::string_view text) {
   return text.substr(0, text.find('\n'));
 }
 
-void ParseProcStat(std::string_view text, const std::string& format, ProcInfoState& out) {
-  const std::string line(FirstLine(text));
-  char name[BaseMonitor::kWordSize] = {};
-  char state[BaseMonitor::kWordSize] = {};
-  std::sscanf(line.c_str(), format.c_str(), &out.pid, name, state, &out.ppid, &out.pgrp, &out.sid,
-              &out.tty_nr, &out.tpgid, &out.flags, &out.minflt, &out.cminflt, &out.majflt,
-              &out.cmajflt, &out.utime, &out.stime, &out.start_time, &out.processor,
-              &out.blkio_ticks);
-  out.name = name;
-  out.state = state;
+void ParseProcStat(std::string_view text, ProcInfoState& out) {
+  // The steps of the stat format, one by one; the first that fails ends the line, leaving the
+  // fields after it as they were. The name and the state start empty, as the zeroed buffers of
+  // the format's targets would.
+  constexpr std::size_t kWidth = BaseMonitor::kWordSize - 1;
+  ScanCursor c(FirstLine(text));
+  std::string_view name;
+  std::string_view state;
+  [&] {
+    // "%lld (%255[^)]) %255s"
+    if (!c.Number(out.pid)) return;
+    c.SkipSpace();
+    if (!c.Literal('(') || !c.Until(')', kWidth, name) || !c.Literal(')')) return;
+    if (!c.Word(kWidth, state)) return;
+    // " %lld" for fields 4 to 15
+    for (long long* field :
+         {&out.ppid, &out.pgrp, &out.sid, &out.tty_nr, &out.tpgid, &out.flags, &out.minflt,
+          &out.cminflt, &out.majflt, &out.cmajflt, &out.utime, &out.stime}) {
+      if (!c.Number(*field)) return;
+    }
+    // " %*lld" six times, " %lld" for field 22
+    for (int i = 16; i <= 21; ++i) {
+      if (!c.SkipNumber()) return;
+    }
+    if (!c.Number(out.start_time)) return;
+    // " %*lld" sixteen times, " %d" for field 39, " %*lld %*lld", " %lld" for field 42
+    for (int i = 23; i <= 38; ++i) {
+      if (!c.SkipNumber()) return;
+    }
+    if (!c.Int(out.processor) || !c.SkipNumber() || !c.SkipNumber()) return;
+    c.Number(out.blkio_ticks);
+  }();
+  out.name.assign(name);
+  out.state.assign(state);
 }
 
 // "/usr/bin/app\0--flag\0value\0" -> "/usr/bin/app --flag value\0"
@@ -145,53 +176,84 @@ void ParseRegistration(std::string_view name_text, std::string_view pid_text, st
 
 // "2795 410 343 39 0 161 0"
 //  size resident shared text lib data dt   (pages)
-void ParseStatm(std::string_view text, const std::string& format, ProcInfoStatm& out) {
-  const std::string line(FirstLine(text));
-  std::sscanf(line.c_str(), format.c_str(), &out.size, &out.resident, &out.shared, &out.text,
-              &out.lib, &out.data, &out.dt);
+void ParseStatm(std::string_view text, ProcInfoStatm& out) {
+  // "%lld %lld %lld %lld %lld %lld %lld", stopping at the first that fails.
+  ScanCursor c(FirstLine(text));
+  for (long long* field :
+       {&out.size, &out.resident, &out.shared, &out.text, &out.lib, &out.data, &out.dt}) {
+    if (!c.Number(*field)) return;
+  }
 }
+
+namespace {
+
+// Whether `word` is its first `at` bytes, then `name`, then a colon. Fixed lengths, so the
+// comparison compiles to a few integer compares.
+template <std::size_t N>
+bool NameAt(std::string_view word, std::size_t at, const char (&name)[N]) {
+  return word.size() == at + N && std::memcmp(word.data() + at, name, N - 1) == 0;
+}
+
+// The status field a first word names ("VmRSS:" gives VmRSS), or null. Every key is "Vm" or "Rss"
+// followed by a short name and a colon.
+long long ProcInfoState::*StatusField(std::string_view word) {
+  if (word.size() < 6 || word.size() > 9 || word.back() != ':') return nullptr;
+  if (word[0] == 'V' && word[1] == 'm') {
+    if (NameAt(word, 2, "Lck")) return &ProcInfoState::VmLck;
+    if (NameAt(word, 2, "Pin")) return &ProcInfoState::VmPin;
+    if (NameAt(word, 2, "HWM")) return &ProcInfoState::VmHWM;
+    if (NameAt(word, 2, "RSS")) return &ProcInfoState::VmRSS;
+    if (NameAt(word, 2, "Stk")) return &ProcInfoState::VmStk;
+    if (NameAt(word, 2, "Exe")) return &ProcInfoState::VmExe;
+    if (NameAt(word, 2, "Lib")) return &ProcInfoState::VmLib;
+    if (NameAt(word, 2, "PTE")) return &ProcInfoState::VmPTE;
+    if (NameAt(word, 2, "Peak")) return &ProcInfoState::VmPeak;
+    if (NameAt(word, 2, "Size")) return &ProcInfoState::VmSize;
+    if (NameAt(word, 2, "Data")) return &ProcInfoState::VmData;
+    if (NameAt(word, 2, "Swap")) return &ProcInfoState::VmSwap;
+  } else if (word[0] == 'R' && word[1] == 's' && word[2] == 's') {
+    if (NameAt(word, 3, "Anon")) return &ProcInfoState::RssAnon;
+    if (NameAt(word, 3, "File")) return &ProcInfoState::RssFile;
+    if (NameAt(word, 3, "Shmem")) return &ProcInfoState::RssShmem;
+  }
+  return nullptr;
+}
+
+}  // namespace
 
 // "VmRSS:	    1640 kB"
 //  key         number unit
-void ParseStatus(std::string_view text, const std::string& format, ProcInfoState& out) {
-  struct Key {
-    std::string_view word;
-    long long ProcInfoState::*field;
-  };
-  static constexpr Key kKeys[] = {
-      {"VmPeak:", &ProcInfoState::VmPeak},     {"VmSize:", &ProcInfoState::VmSize},
-      {"VmLck:", &ProcInfoState::VmLck},       {"VmPin:", &ProcInfoState::VmPin},
-      {"VmHWM:", &ProcInfoState::VmHWM},       {"VmRSS:", &ProcInfoState::VmRSS},
-      {"RssAnon:", &ProcInfoState::RssAnon},   {"RssFile:", &ProcInfoState::RssFile},
-      {"RssShmem:", &ProcInfoState::RssShmem}, {"VmData:", &ProcInfoState::VmData},
-      {"VmStk:", &ProcInfoState::VmStk},       {"VmExe:", &ProcInfoState::VmExe},
-      {"VmLib:", &ProcInfoState::VmLib},       {"VmPTE:", &ProcInfoState::VmPTE},
-      {"VmSwap:", &ProcInfoState::VmSwap},
-  };
-  // One unit buffer for the whole file: a line without a unit word keeps the last one read.
-  char unit[BaseMonitor::kWordSize] = {};
+void ParseStatus(std::string_view text, ProcInfoState& out) {
+  constexpr std::size_t kWidth = BaseMonitor::kWordSize - 1;
+  const ScanCursor::Nul nul = NulIn(text);
+  // One unit for the whole file: a line without a unit word keeps the last one read. It points
+  // into `text`, which outlives the loop.
+  std::string_view unit;
   LineWalker lines(text);
   while (lines.Next()) {
     // Every key starts "Vm" or "Rss"; most status lines are rejected on their first byte.
     const std::string_view line = lines.View();
     const char lead = line.empty() ? '\0' : line[0];
-    if (lead != 'V' && lead != 'R' && !IsBlank(lead)) continue;
-    const std::string_view word = FirstWord(line);
-    for (const Key& key : kKeys) {
-      if (word != key.word) continue;
-      long long& field = out.*key.field;
-      std::sscanf(lines.CStr(), format.c_str(), &field, unit);
-      field = WrappingScale(field, BaseMonitor::UnitToBytes(unit));
-      break;
-    }
+    if (lead != 'V' && lead != 'R' && !ScanCursor::IsSpace(lead)) continue;
+    ScanCursor c(line, nul);
+    std::string_view word;
+    if (!c.Word(kWidth, word)) continue;
+    long long ProcInfoState::*const key = StatusField(word);
+    if (key == nullptr) continue;
+    // "%*s %lld %255s", then the number scaled by the unit (even when it was not read). A key is
+    // short, so "%*s" stops where the word above did; the cursor goes on from there.
+    long long& field = out.*key;
+    std::string_view word_unit;
+    if (c.Number(field) && c.Word(kWidth, word_unit)) unit = word_unit;
+    field = WrappingScale(field, UnitMultiplier(unit));
   }
 }
 
 // "read_bytes: 4096"
 //  key         value
-void ParseIo(std::string_view text, const std::string& format, ProcInfoState& out) {
+void ParseIo(std::string_view text, ProcInfoState& out) {
   struct Key {
-    const char* word;
+    std::string_view word;
     long long ProcInfoState::*field;
   };
   static constexpr Key kKeys[] = {
@@ -203,13 +265,17 @@ void ParseIo(std::string_view text, const std::string& format, ProcInfoState& ou
       {"write_bytes:", &ProcInfoState::write_bytes},
       {"cancelled_write_bytes:", &ProcInfoState::cancelled_write_bytes},
   };
+  const ScanCursor::Nul nul = NulIn(text);
   LineWalker lines(text);
   while (lines.Next()) {
-    char word[BaseMonitor::kWordSize] = {};
-    long long value = 0;
-    std::sscanf(lines.CStr(), format.c_str(), word, &value);
+    // "%255s %lld": a key line whose number does not read stores 0.
+    ScanCursor c(lines.View(), nul);
+    std::string_view word;
+    if (!c.Word(BaseMonitor::kWordSize - 1, word)) continue;
     for (const Key& key : kKeys) {
-      if (std::strcmp(word, key.word) == 0) {
+      if (word == key.word) {
+        long long value = 0;
+        c.Number(value);
         out.*key.field = value;
         break;
       }
@@ -237,24 +303,29 @@ void ParseNetDev(std::string_view text, const std::string& format,
 // "cpu  2684811 115236 1094082 54162041 10674 0 890071 0 0 0"
 //  name user    nice   system  idle     iowait irq softirq steal guest guest_nice
 // "cpu0 1342405 57618 547041 27081020 5337 0 445035 0 0 0"
-bool ParseCpuTotal(std::string_view text, const std::string& format, ProcInfoCpuState& out) {
+bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
   if (text.empty()) return false;
+  const ScanCursor::Nul nul = NulIn(text);
   LineWalker lines(text);
   lines.Next();
   if (FirstWord(lines.View()).substr(0, 3) != "cpu") return false;
-  char word[BaseMonitor::kWordSize] = {};
+  // ProcInfoFormats::cpu: "%255s" and ten "%lld", stopping at the first that fails.
   long long counters[10] = {};
-  std::sscanf(lines.CStr(), format.c_str(), word, &counters[0], &counters[1], &counters[2],
-              &counters[3], &counters[4], &counters[5], &counters[6], &counters[7], &counters[8],
-              &counters[9]);
+  ScanCursor first(lines.View(), nul);
+  std::string_view word;
+  if (first.Word(BaseMonitor::kWordSize - 1, word)) {
+    for (long long& counter : counters) {
+      if (!first.Number(counter)) break;
+    }
+  }
   // "cpu%d" on every line, the aggregate one included: on "cpu  2684811 ..." it takes the first
   // counter, and each per-core line after it overwrites the value with its number. The last
   // per-core number plus one is the core count, except that a lone "cpu0" gives 0.
   int cores = 0;
   LineWalker all(text);
   while (all.Next()) {
-    if (all.View().substr(0, 3) != "cpu") continue;  // "cpu%d" cannot match such a line
-    std::sscanf(all.CStr(), "cpu%d", &cores);
+    ScanCursor c(all.View(), nul);
+    if (c.Literal('c') && c.Literal('p') && c.Literal('u')) c.Int(cores);
   }
   if (cores > 0) cores += 1;
   out.cores = cores;

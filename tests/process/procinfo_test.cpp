@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "core/file_reader.h"
 #include "process/procinfo_parse.h"
 #include "support/fixture_tree.h"
 #include "support/golden.h"
@@ -43,12 +44,12 @@ std::string StatLine(const std::string& pid, const Proc& p) {
 
 TEST(ProcInfoParse, StatLineWithBlankInName) {
   ProcInfoState s;
-  detail::ParseProcStat(StatLine("1234", Proc{"my proc", "", 350, 120, 5000}), F().stat, s);
+  detail::ParseProcStat(StatLine("1234", Proc{"my proc", "", 350, 120, 5000}), s);
   EXPECT_EQ(tie(s.pid, s.name, s.state, s.tpgid, s.cmajflt, s.utime, s.stime, s.start_time),
             make_tuple(1234LL, "my proc"s, "S"s, -1LL, 14LL, 350LL, 120LL, 5000LL));
   EXPECT_EQ(tie(s.processor, s.blkio_ticks), make_tuple(3, 7LL));
   // An overlong name is cut at its buffer; a short line leaves the later fields alone.
-  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", F().stat, s);
+  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", s);
   EXPECT_EQ(tie(s.pid, s.ppid, s.utime), make_tuple(5LL, 1LL, 350LL));
   EXPECT_EQ(s.name.size(), 255u);
 }
@@ -91,14 +92,14 @@ TEST(ProcInfoParse, StatusIoAndNetDev) {
   ProcInfoState s;
   detail::ParseStatus(
       "Name:\tcat\nVmPeak:\t 1 MB\nVmRSS:\t 2048 kB\nVmSwap:\t 3\nVmLckX:\t 5 kB\nRssFile:\t 7 B\n",
-      F().status, s);
+      s);
   // A line without a unit word keeps the last unit read (kB for VmSwap).
   EXPECT_EQ(tie(s.VmPeak, s.VmRSS, s.VmSwap, s.VmLck, s.RssFile),
             make_tuple(1048576LL, 2048LL * 1024, 3LL * 1024, 0LL, 7LL));
   detail::ParseIo(
       "rchar: 10\nwchar: 20\nsyscr: 3\nsyscw: 4\nread_bytes: 4096\n"
       "write_bytes: 8192\ncancelled_write_bytes: 100\nbogus: 5\n",
-      F().io, s);
+      s);
   EXPECT_EQ(
       tie(s.rchar, s.wchar, s.syscr, s.syscw, s.read_bytes, s.write_bytes, s.cancelled_write_bytes),
       make_tuple(10LL, 20LL, 3LL, 4LL, 4096LL, 8192LL, 100LL));
@@ -122,7 +123,7 @@ TEST(ProcInfoParse, CpuTotalCoresAndUptime) {
   };
   for (const auto& [text, ok, total, cores] : cases) {
     ProcInfoCpuState out{-1, -1};
-    EXPECT_EQ(detail::ParseCpuTotal(text, F().cpu, out), ok) << text;
+    EXPECT_EQ(detail::ParseCpuTotal(text, out), ok) << text;
     EXPECT_EQ(tie(out.total, out.cores), make_tuple(total, cores)) << text;
   }
   ProcInfoUptimeState u;
@@ -249,6 +250,22 @@ TEST_F(ProcInfoFixture, SkippedExitedAndPartialProcesses) {
   ProcInfoCpuState cpu{5, 6};
   EXPECT_FALSE(monitor.GetCpu(cpu));
   EXPECT_EQ(cpu.total, 5);
+}
+
+TEST_F(ProcInfoFixture, FilesOutsideARealProcfsAreTypeChecked) {
+  // Only a real procfs root spares the per-file type check; a fixture root is not one, so a
+  // device planted as a process's stat file is refused rather than read as 4 MiB of noise.
+  EXPECT_TRUE(detail::IsProcfsMount("/proc"));
+  EXPECT_FALSE(detail::IsProcfsMount(tree.Path("proc")));
+  EXPECT_FALSE(detail::IsProcfsMount(tree.Path("missing")));
+  ProcInfoMonitor monitor(tree.paths());
+  WriteMachine(tree, 100);
+  WriteProc(tree, "8", Proc());
+  tree.Remove("proc/8/stat");
+  tree.Symlink("/dev/urandom", "proc/8/stat");
+  ASSERT_TRUE(monitor.DoMonitor());
+  ASSERT_TRUE(monitor.DoMonitor());
+  EXPECT_EQ(Item(monitor, "8"), nullptr);
 }
 
 TEST_F(ProcInfoFixture, HostileRegistrationLeavesNameEmpty) {

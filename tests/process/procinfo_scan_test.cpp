@@ -1,0 +1,326 @@
+// The hand-written per-process parsers against sscanf with the monitor's own formats: the same
+// targets, field by field, on kernel text, on odd lines, and on many mutations of both.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <iterator>
+#include <list>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/file_reader.h"
+#include "core/scan_cursor.h"
+#include "process/procinfo_parse.h"
+#include "zefo/procinfo_monitor.h"
+
+namespace zefo {
+namespace {
+
+using namespace std::string_literals;
+
+const detail::ProcInfoFormats& F() {
+  static const detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
+  return formats;
+}
+
+// ---- the formats applied with sscanf, as the readers once did --------------------------------
+
+void SscanfStat(std::string_view text, ProcInfoState& out) {
+  const std::string line(detail::FirstLine(text));
+  char name[256] = {};
+  char state[256] = {};
+  std::sscanf(line.c_str(), F().stat.c_str(), &out.pid, name, state, &out.ppid, &out.pgrp, &out.sid,
+              &out.tty_nr, &out.tpgid, &out.flags, &out.minflt, &out.cminflt, &out.majflt,
+              &out.cmajflt, &out.utime, &out.stime, &out.start_time, &out.processor,
+              &out.blkio_ticks);
+  out.name = name;
+  out.state = state;
+}
+
+void SscanfStatm(std::string_view text, ProcInfoStatm& out) {
+  const std::string line(detail::FirstLine(text));
+  std::sscanf(line.c_str(), F().statm.c_str(), &out.size, &out.resident, &out.shared, &out.text,
+              &out.lib, &out.data, &out.dt);
+}
+
+std::list<std::string> Lines(std::string_view text) {
+  std::list<std::string> lines;
+  detail::SplitLines(text, lines);
+  return lines;
+}
+
+void SscanfStatus(std::string_view text, ProcInfoState& out) {
+  const std::pair<const char*, long long ProcInfoState::*> keys[] = {
+      {"VmPeak:", &ProcInfoState::VmPeak},     {"VmSize:", &ProcInfoState::VmSize},
+      {"VmLck:", &ProcInfoState::VmLck},       {"VmPin:", &ProcInfoState::VmPin},
+      {"VmHWM:", &ProcInfoState::VmHWM},       {"VmRSS:", &ProcInfoState::VmRSS},
+      {"RssAnon:", &ProcInfoState::RssAnon},   {"RssFile:", &ProcInfoState::RssFile},
+      {"RssShmem:", &ProcInfoState::RssShmem}, {"VmData:", &ProcInfoState::VmData},
+      {"VmStk:", &ProcInfoState::VmStk},       {"VmExe:", &ProcInfoState::VmExe},
+      {"VmLib:", &ProcInfoState::VmLib},       {"VmPTE:", &ProcInfoState::VmPTE},
+      {"VmSwap:", &ProcInfoState::VmSwap}};
+  char unit[256] = {};
+  for (const std::string& line : Lines(text)) {
+    char word[256] = {};
+    std::sscanf(line.c_str(), "%255s", word);
+    for (const auto& [key, field] : keys) {
+      if (std::string(word) != key) continue;
+      std::sscanf(line.c_str(), F().status.c_str(), &(out.*field), unit);
+      out.*field = static_cast<long long>(static_cast<uint64_t>(out.*field) *
+                                          BaseMonitor::UnitToBytes(unit));
+      break;
+    }
+  }
+}
+
+void SscanfIo(std::string_view text, ProcInfoState& out) {
+  const std::pair<const char*, long long ProcInfoState::*> keys[] = {
+      {"rchar:", &ProcInfoState::rchar},
+      {"wchar:", &ProcInfoState::wchar},
+      {"syscr:", &ProcInfoState::syscr},
+      {"syscw:", &ProcInfoState::syscw},
+      {"read_bytes:", &ProcInfoState::read_bytes},
+      {"write_bytes:", &ProcInfoState::write_bytes},
+      {"cancelled_write_bytes:", &ProcInfoState::cancelled_write_bytes}};
+  for (const std::string& line : Lines(text)) {
+    char word[256] = {};
+    long long value = 0;
+    std::sscanf(line.c_str(), F().io.c_str(), word, &value);
+    for (const auto& [key, field] : keys) {
+      if (std::string(word) == key) {
+        out.*field = value;
+        break;
+      }
+    }
+  }
+}
+
+bool SscanfCpuTotal(std::string_view text, ProcInfoCpuState& out) {
+  const std::list<std::string> lines = Lines(text);
+  if (lines.empty()) return false;
+  char first[256] = {};
+  std::sscanf(lines.front().c_str(), "%255s", first);
+  if (std::string(first).compare(0, 3, "cpu") != 0) return false;
+  long long c[10] = {};
+  std::sscanf(lines.front().c_str(), F().cpu.c_str(), first, &c[0], &c[1], &c[2], &c[3], &c[4],
+              &c[5], &c[6], &c[7], &c[8], &c[9]);
+  int cores = 0;
+  for (const std::string& line : lines) std::sscanf(line.c_str(), "cpu%d", &cores);
+  out.cores = cores > 0 ? cores + 1 : cores;
+  uint64_t total = 0;
+  for (long long counter : c) total += static_cast<uint64_t>(counter);
+  out.total = static_cast<long long>(total);
+  return true;
+}
+
+// Every field a parser may write, in one comparable row. Fields start at a marker value so that
+// "left alone" and "set to 0" differ.
+std::vector<long long> Row(const ProcInfoState& s) {
+  return {s.pid,          s.ppid,
+          s.pgrp,         s.sid,
+          s.tty_nr,       s.tpgid,
+          s.flags,        s.minflt,
+          s.cminflt,      s.majflt,
+          s.cmajflt,      s.utime,
+          s.stime,        s.start_time,
+          s.processor,    s.blkio_ticks,
+          s.VmPeak,       s.VmSize,
+          s.VmLck,        s.VmPin,
+          s.VmHWM,        s.VmRSS,
+          s.RssAnon,      s.RssFile,
+          s.RssShmem,     s.VmData,
+          s.VmStk,        s.VmExe,
+          s.VmLib,        s.VmPTE,
+          s.VmSwap,       s.rchar,
+          s.wchar,        s.syscr,
+          s.syscw,        s.read_bytes,
+          s.write_bytes,  s.cancelled_write_bytes,
+          s.statm.size,   s.statm.resident,
+          s.statm.shared, s.statm.text,
+          s.statm.lib,    s.statm.data,
+          s.statm.dt};
+}
+
+ProcInfoState Marked() {
+  ProcInfoState s;
+  for (long long* f : {&s.pid, &s.ppid, &s.utime, &s.stime, &s.start_time, &s.blkio_ticks, &s.VmRSS,
+                       &s.VmSwap, &s.read_bytes, &s.statm.size, &s.statm.dt}) {
+    *f = 77;
+  }
+  s.processor = 77;
+  s.name = "old";
+  s.state = "old";
+  return s;
+}
+
+// Runs both parsers of one kind over `text` from the same start and compares everything.
+void ExpectSame(std::string_view text) {
+  ProcInfoState fast = Marked();
+  ProcInfoState slow = Marked();
+  detail::ParseProcStat(text, fast);
+  SscanfStat(text, slow);
+  detail::ParseStatm(text, fast.statm);
+  SscanfStatm(text, slow.statm);
+  detail::ParseStatus(text, fast);
+  SscanfStatus(text, slow);
+  detail::ParseIo(text, fast);
+  SscanfIo(text, slow);
+  fast.cpu = slow.cpu = ProcInfoCpuState{-1, -1};
+  const bool fast_cpu = detail::ParseCpuTotal(text, fast.cpu);
+  const bool slow_cpu = SscanfCpuTotal(text, slow.cpu);
+  const std::string shown = testing::PrintToString(std::string(text));
+  ASSERT_EQ(fast_cpu, slow_cpu) << shown;
+  ASSERT_EQ(fast.cpu.total, slow.cpu.total) << shown;
+  ASSERT_EQ(fast.cpu.cores, slow.cpu.cores) << shown;
+  ASSERT_EQ(Row(fast), Row(slow)) << shown;
+  ASSERT_EQ(fast.name, slow.name) << shown;
+  ASSERT_EQ(fast.state, slow.state) << shown;
+}
+
+const std::string kStat =
+    "1234 (my proc) S 1 1234 1234 34816 1234 4194560 150 0 0 0 350 120 0 0 20 0 1 0 5000 "
+    "5869568 410 18446744073709551615 94 95 140 0 0 0 65536 4 0 0 0 17 3 0 0 7 0 0 96 97 98 99 "
+    "100 101 0\n";
+const std::string kStatus =
+    "Name:\tcat\nUmask:\t0022\nState:\tR (running)\nVmPeak:\t    3060 kB\nVmSize:\t    3060 kB\n"
+    "VmLck:\t       0 kB\nVmPin:\t       0 kB\nVmHWM:\t    1640 kB\nVmRSS:\t    1640 kB\n"
+    "RssAnon:\t     112 kB\nRssFile:\t    1528 kB\nRssShmem:\t       0 kB\nVmData:\t     360 kB\n"
+    "VmStk:\t     132 kB\nVmExe:\t      20 kB\nVmLib:\t    1528 kB\nVmPTE:\t      44 kB\n"
+    "VmSwap:\t       0 kB\nThreads:\t1\n";
+const std::string kIo =
+    "rchar: 4185\nwchar: 0\nsyscr: 10\nsyscw: 0\nread_bytes: 4096\nwrite_bytes: 8192\n"
+    "cancelled_write_bytes: 100\n";
+const std::string kStatm = "2795 410 343 39 0 161 0\n";
+const std::string kProcStat =
+    "cpu  2684811 115236 1094082 54162041 10674 0 890071 0 0 0\ncpu0 1 2 3 4 5 6 7 8 9 10\n"
+    "cpu1 1 2 3 4 5 6 7 8 9 10\nintr 175064416 9 0 0\nctxt 338452716\n";
+
+TEST(ProcInfoScan, OddLinesMatchSscanf) {
+  const std::string cases[] = {
+      kStat,
+      kStatus,
+      kIo,
+      kStatm,
+      kProcStat,
+      "",
+      // the machine's stat file: short, signed and huge counters, per-core lines out of order
+      "cpu 1 2\ncpu7 1\ncpu3\n",
+      "cpu  -1 +2 99999999999999999999 4\n",
+      "cpux 5\ncpu -3\n",
+      "cpu\n",
+      " cpu 5 6\ncpu 2147483648\n",
+      "intr 1\ncpu 1\n",
+      // command names with blanks and parentheses; ")" ends the name where scanf ends it
+      "7 (a b) R 1 2 3",
+      "7 (a) b) R 1 2 3",
+      "7 (()) R 1",
+      "7 () R 1",
+      "7 ( ) R 1",
+      "7 (x",
+      "7 x) R",
+      "7(x) R 5",
+      "7 (x)R 5",
+      " \t7 (x) R 5",
+      "7 (x) " + std::string(300, 'S') + " 1",
+      "7 (" + std::string(255, 'n') + ") R 9",
+      "7 (" + std::string(256, 'n') + ") R 9",
+      // numbers: signs, huge, truncated, glued to letters
+      "-7 (x) R -1 +2 - 3",
+      "+ (x) R",
+      "99999999999999999999 (x) R 9223372036854775807 "
+      "9223372036854775808 -9223372036854775808 -9223372036854775809 000000000000000000000012",
+      "7 (x) R 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 30 "
+      "31 32 33 34 35 36 99999999999999999999 -9999999999 2147483648 40 41 42",
+      "7 (x) R 1 2x 3",
+      "7 (x) R 1\v2\f3\r4",
+      "7 (x) R 1 2 3\0 4 5"s,
+      "7 (x\0y) R 1"s,
+      // status and io oddities: missing numbers and units, duplicates, blanks, NULs
+      "VmRSS:\nVmRSS: 5\nVmRSS: 5 kB\nVmSwap: 3\n",
+      "VmRSS:\t 2 MB\n\n  VmSize: 4 GB\nVmHWM:3 kB\n",
+      "VmRSS: -5 kB\nVmRSS: 99999999999999999999 kB\nRssShmem: 1 KB\nVmRSS:x 1 kB\n",
+      "VmRSS: 1 kB\0junk\nVmSize: 2\0 MB\n\0VmLck: 3 kB\n"s,
+      "VmRSS: 7 " + std::string(300, 'k'),
+      "rchar:\nwchar: x\nsyscr: -4\nread_bytes:9\n  write_bytes: 8\nrchar: 1\nrchar: 2\n",
+      "read_bytes: 99999999999999999999\ncancelled_write_bytes:\n" + std::string(300, 'r') + " 5\n",
+      "\n\n\n",
+      "\t \n",
+      "\0"s,
+      "\0\n1 (x) R 5"s,
+  };
+  for (const std::string& text : cases) ExpectSame(text);
+}
+
+TEST(ProcInfoScan, MutatedKernelTextMatchesSscanf) {
+  // Each round damages one of the kernel texts a few times: bytes replaced by characters that
+  // matter to the formats, deleted, or runs of digits and letters inserted.
+  static const char kTricky[] = {' ', '\t', '\n', '\0', '(', ')', '-',
+                                 '+', '0',  '9',  'k',  'B', ':'};
+  const std::string seeds[] = {kStat, kStatus, kIo, kStatm, kProcStat};
+  std::mt19937 random(20240611);
+  for (int round = 0; round < 5000; ++round) {
+    std::string text = seeds[round % std::size(seeds)];
+    const int edits = 1 + static_cast<int>(random() % 4);
+    for (int e = 0; e < edits && !text.empty(); ++e) {
+      const std::size_t at = random() % text.size();
+      switch (random() % 4) {
+        case 0:
+          text[at] = kTricky[random() % sizeof(kTricky)];
+          break;
+        case 1:
+          text.erase(at, 1 + random() % 8);
+          break;
+        case 2:
+          text.insert(at, std::string(1 + random() % 25, "9a "[random() % 3]));
+          break;
+        default:
+          text.resize(at);
+          break;
+      }
+    }
+    ExpectSame(text);
+  }
+}
+
+TEST(ScanCursor, NumbersClampAsStrtollAndIntTruncatesAsGlibc) {
+  struct Case {
+    std::string text;
+    bool ok;
+    long long value;
+  };
+  const Case cases[] = {
+      {"  42 rest", true, 42},
+      {"-0", true, 0},
+      {"+17", true, 17},
+      {"9223372036854775807", true, LLONG_MAX},
+      {"9223372036854775808", true, LLONG_MAX},
+      {"-9223372036854775808", true, LLONG_MIN},
+      {"-99999999999999999999999", true, LLONG_MIN},
+      {"", false, -1},
+      {"-", false, -1},
+      {"x1", false, -1},
+      {"\0"
+       "1"s,
+       false, -1},
+  };
+  for (const Case& c : cases) {
+    long long value = -1;
+    detail::ScanCursor cursor(c.text);
+    EXPECT_EQ(cursor.Number(value), c.ok) << c.text;
+    EXPECT_EQ(value, c.value) << c.text;
+  }
+  for (const char* text : {"2147483648", "-2147483649", "4294967297", "99999999999999999999"}) {
+    int fast = 5;
+    int slow = 5;
+    detail::ScanCursor cursor(text);
+    cursor.Int(fast);
+    std::sscanf(text, "%d", &slow);
+    EXPECT_EQ(fast, slow) << text;
+  }
+}
+
+}  // namespace
+}  // namespace zefo
