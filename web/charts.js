@@ -77,10 +77,11 @@ export class ChartPanel {
     this.element.dataset.state = 'empty';
   }
 
-  // `times` in seconds; `series`: [{ label, values (already in the panel's unit), colour, dash }].
-  draw(times, series) {
+  // `times` in seconds; `series`: [{ label, values (already in the panel's unit), colour, dash }];
+  // `none`: what to say when there are no series.
+  draw(times, series, none = 'No figures yet.') {
     if (series.length === 0) {
-      this.showMessage('No figures yet.');
+      this.showMessage(none);
       return;
     }
     this.message.hidden = true;

@@ -8,6 +8,9 @@ import { ProcessTable } from './table.js';
 import { UNITS, byName, clockTime } from './units.js';
 
 const RETRY_MS = 2000;
+// The most passes the page holds, whatever the window: at a 10 ms period ten minutes would be
+// 60000 of them.
+const MAX_ROWS = 20000;
 
 // The charted figures received so far, by series: times in seconds (as uPlot wants them) and
 // one value per time for every series, null where a pass did not have it.
@@ -48,7 +51,7 @@ function append(history) {
   });
   // Keep what the board keeps.
   const oldest = store.lastMs / 1000 - store.windowSeconds;
-  let drop = 0;
+  let drop = Math.max(0, store.times.length - MAX_ROWS);
   while (drop < store.times.length && store.times[drop] <= oldest) drop += 1;
   if (drop > 0) {
     store.times.splice(0, drop);
@@ -106,7 +109,7 @@ const mbps = UNITS.megabytesPerSecond.scale;
 const interfaceName = (s) => s.item.replace(/:$/, '');
 
 // The panels, in page order. `kind`: the JSON kind whose items feed it; `empty`: what to say when
-// the board has none of them.
+// the board has none of them; `none`: when it has some but they lack the panel's figure.
 function panelDefinitions() {
   const ddrDevices = [...new Set(pick((s) => s.kind === 'ddr').map((s) => s.item))].sort(byName);
   const ddrPorts = (ddrDevices.length > 0 ? ddrDevices : ['']).map((device) => ({
@@ -140,6 +143,7 @@ function panelDefinitions() {
       kind: 'cpu',
       unit: UNITS.mhzFromKhz,
       empty: 'No CPU figures.',
+      none: 'This board does not report CPU frequencies (no cpufreq).',
       series: () =>
         perItem(pick((s) => s.kind === 'cpu' && s.figure === 'cur_freq'), UNITS.mhzFromKhz.scale),
     },
@@ -158,6 +162,7 @@ function panelDefinitions() {
       kind: 'bpu',
       unit: UNITS.mhzFromHz,
       empty: 'This board has no BPU.',
+      none: 'This BPU does not report its frequency.',
       series: () =>
         perItem(pick((s) => s.kind === 'bpu' && s.figure === 'cur_freq'), UNITS.mhzFromHz.scale),
     },
@@ -262,7 +267,7 @@ function render() {
     if (why !== null) {
       panel.showMessage(why);
     } else {
-      panel.draw(store.times, definition.series());
+      panel.draw(store.times, definition.series(), definition.none);
     }
   }
   const memory = latest?.memory?.[''];

@@ -20,6 +20,7 @@ if [[ ! -f $build/web/dashboard_page.cpp ]]; then
   exit 2
 fi
 
+# shellcheck source-path=SCRIPTDIR/../..
 # shellcheck source=scripts/lib/apt-ensure.sh
 . "$source_dir/scripts/lib/apt-ensure.sh"
 packages=(chromium)

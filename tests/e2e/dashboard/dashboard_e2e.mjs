@@ -2,7 +2,8 @@
 // chromium driven headless by playwright-core. Waits for two live updates, checks that every
 // chart panel has data and that the process table sorts, saves a screenshot, then stops the
 // server, expects the page to say it is disconnected, starts it again on the same port and
-// expects the page to resume.
+// expects the page to resume. Last, over a board without BPU, DDR devices, thermal zones and
+// cpufreq, expects those panels to say so.
 //
 //   node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT --node-modules DIR --screenshot PNG
 //                          [--settle SECONDS] [--chromium PATH]
@@ -218,6 +219,30 @@ async function main() {
     await waitForUpdates(page, resumed + 1, 30);
     await checkPanels(page);
     log('resumed after the restart');
+
+    // A board without BPU, DDR devices, thermal zones and cpufreq: those panels say so.
+    await stop(server.child);
+    const bare = path.join(work, 'bare');
+    server = await start(monitor, ['--listen', `127.0.0.1:${port}`, '--period', String(PERIOD_MS),
+      '--sysfs', path.join(bare, 'sys'), '--devfs', path.join(bare, 'dev')], /dashboard at/,
+      'zefo-monitor without a BPU');
+    await page.reload();
+    await page.waitForFunction(() => document.querySelector('[data-panel="cpu-load"]')?.dataset.state === 'live',
+      null, { timeout: 30000 });
+    const absent = {
+      'bpu-load': 'This board has no BPU.',
+      'bpu-frequency': 'This board has no BPU.',
+      'ddr-devices': 'This board has no DDR monitor devices.',
+      'ddr-ports': 'This board has no DDR monitor devices.',
+      temperature: 'This board has no thermal zones.',
+      'cpu-frequency': 'This board does not report CPU frequencies (no cpufreq).',
+    };
+    for (const [id, text] of Object.entries(absent)) {
+      const shown = await page.$eval(`[data-panel="${id}"]`, (p) => [p.dataset.state, p.querySelector('.empty').textContent]);
+      check(shown[0] === 'empty' && shown[1] === text, `panel ${id} without the hardware: ${shown}`);
+    }
+    check(await page.$$eval('#process-rows tr', (trs) => trs.length) > 0, 'no processes on the bare board');
+    log('a board without BPU, DDR, zones and cpufreq: those panels say so');
 
     // Chromium reports the failed polls while the server was down; nothing else may fail.
     const unexpected = problems.filter((p) => !/Failed to load resource|ERR_CONNECTION_REFUSED/.test(p));
