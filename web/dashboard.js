@@ -16,7 +16,8 @@ const MAX_ROWS = 20000;
 // one value per time for every series, null where a pass did not have it.
 const store = {
   times: [],
-  series: new Map(), // "kind\u0000item\u0000part\u0000figure" -> { kind, item, part, figure, values }
+  // keyOf(series) -> { kind, item, part, figure, values }
+  series: new Map(),
   lastMs: 0,
   windowSeconds: 600,
   periodMs: 2000,
@@ -44,8 +45,7 @@ function append(history) {
     if (store.lastMs > 0 && ms - store.lastMs > 3 * Math.max(store.periodMs, 1000)) {
       pushRow((store.lastMs + 1) / 1000, new Map());
     }
-    const row_values = new Map(incoming.map((s) => [s.target, s.values[row]]));
-    pushRow(ms / 1000, row_values);
+    pushRow(ms / 1000, new Map(incoming.map((s) => [s.target, s.values[row]])));
     store.lastMs = ms;
     added += 1;
   });
@@ -107,6 +107,9 @@ function readWrite(series, scale, group, name, figures) {
 
 const mbps = UNITS.megabytesPerSecond.scale;
 const interfaceName = (s) => s.item.replace(/:$/, '');
+// The mount table writes a blank in a mount point as \040 (and tab, newline, backslash alike).
+const mountPoint = (s) =>
+  s.item.replace(/\\([0-7]{3})/g, (_, octal) => String.fromCharCode(parseInt(octal, 8)));
 
 // The panels, in page order. `kind`: the JSON kind whose items feed it; `empty`: what to say when
 // the board has none of them; `none`: when it has some but they lack the panel's figure.
@@ -202,7 +205,7 @@ function panelDefinitions() {
       unit: UNITS.megabytesPerSecond,
       empty: 'No mounted disks.',
       series: () =>
-        readWrite(pick((s) => s.kind === 'disk'), mbps, (s) => s.item, (s) => s.item, [
+        readWrite(pick((s) => s.kind === 'disk'), mbps, (s) => s.item, mountPoint, [
           'read',
           'write',
         ]),
@@ -271,7 +274,8 @@ function render() {
     }
   }
   const memory = latest?.memory?.[''];
-  panels.get('memory')?.setNote(memory?.total > 0 ? `of ${Math.round(memory.total / 2 ** 20)} MiB` : '');
+  const total = memory?.total > 0 ? `of ${Math.round(memory.total / 2 ** 20)} MiB` : '';
+  panels.get('memory')?.setNote(total);
 }
 
 const table = new ProcessTable({
@@ -347,7 +351,8 @@ async function poll() {
     if (pass !== null && pass.update_time > store.lastMs) {
       // Only the passes not held yet; the whole ring on first load or after a long break.
       const behind = (pass.update_time - store.lastMs) / 1000;
-      const query = store.lastMs > 0 && behind < store.windowSeconds ? `?seconds=${Math.ceil(behind) + 1}` : '';
+      const recent = store.lastMs > 0 && behind < store.windowSeconds;
+      const query = recent ? `?seconds=${Math.ceil(behind) + 1}` : '';
       const history = await fetchJson('/api/history' + query);
       latest = pass;
       if (history !== null && append(history) > 0) {

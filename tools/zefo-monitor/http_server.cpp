@@ -16,8 +16,9 @@ namespace zefo::cli {
 
 namespace {
 
-// Handler threads. Scrapers are few; each keep-alive connection holds one thread while open.
-constexpr std::size_t kThreads = 4;
+// Handler threads. Each keep-alive connection holds one thread while open: a scraper holds one,
+// and so does every open dashboard page, which asks once per period.
+constexpr std::size_t kThreads = 8;
 
 std::string Trim(const std::string& text) {
   const std::size_t begin = text.find_first_not_of(" \t");

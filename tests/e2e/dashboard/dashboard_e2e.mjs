@@ -28,7 +28,8 @@ const screenshot = option('--screenshot');
 const settleSeconds = Number(option('--settle', '0'));
 const chromiumPath = option('--chromium', '/usr/bin/chromium');
 if (!monitor || !boardSim || !screenshot) {
-  console.error('usage: node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT --node-modules DIR --screenshot PNG');
+  console.error('usage: node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT ' +
+    '--node-modules DIR --screenshot PNG [--settle SECONDS] [--chromium PATH]');
   process.exit(2);
 }
 const { chromium } = createRequire(path.join(path.dirname(nodeModules), 'package.json'))(
@@ -52,7 +53,8 @@ function start(command, argv, ready, what) {
   children.push(child);
   let output = '';
   return new Promise((resolve, reject) => {
-    const timer = setTimeout(() => reject(new Error(`${what} not ready in 30 s:\n${output}`)), 30000);
+    const timer = setTimeout(
+      () => reject(new Error(`${what} not ready in 30 s:\n${output}`)), 30000);
     const look = (chunk) => {
       output += chunk;
       const match = output.match(ready);
@@ -188,7 +190,9 @@ async function main() {
     });
     // No request may leave the board: everything comes from zefo-monitor itself.
     page.on('request', (request) => {
-      if (!request.url().startsWith(url)) problems.push(`request outside the board: ${request.url()}`);
+      if (!request.url().startsWith(url)) {
+        problems.push(`request outside the board: ${request.url()}`);
+      }
     });
 
     await page.goto(url);
@@ -210,7 +214,8 @@ async function main() {
       null, { timeout: 30000 });
     check(await page.isVisible('#disconnected'), 'no disconnected notice');
     log('disconnected:', (await page.textContent('#disconnected')).replace(/\s+/g, ' ').trim());
-    server = await start(monitor, monitorArgs(`127.0.0.1:${port}`), /dashboard at/, 'zefo-monitor again');
+    server = await start(monitor, monitorArgs(`127.0.0.1:${port}`), /dashboard at/,
+      'zefo-monitor again');
     await page.waitForFunction(
       (t) => document.body.dataset.connection === 'live' && Number(document.body.dataset.last) > t,
       before, { timeout: 30000 });
@@ -227,7 +232,8 @@ async function main() {
       '--sysfs', path.join(bare, 'sys'), '--devfs', path.join(bare, 'dev')], /dashboard at/,
       'zefo-monitor without a BPU');
     await page.reload();
-    await page.waitForFunction(() => document.querySelector('[data-panel="cpu-load"]')?.dataset.state === 'live',
+    await page.waitForFunction(
+      () => document.querySelector('[data-panel="cpu-load"]')?.dataset.state === 'live',
       null, { timeout: 30000 });
     const absent = {
       'bpu-load': 'This board has no BPU.',
@@ -238,14 +244,17 @@ async function main() {
       'cpu-frequency': 'This board does not report CPU frequencies (no cpufreq).',
     };
     for (const [id, text] of Object.entries(absent)) {
-      const shown = await page.$eval(`[data-panel="${id}"]`, (p) => [p.dataset.state, p.querySelector('.empty').textContent]);
-      check(shown[0] === 'empty' && shown[1] === text, `panel ${id} without the hardware: ${shown}`);
+      const [state, shown] = await page.$eval(`[data-panel="${id}"]`,
+        (p) => [p.dataset.state, p.querySelector('.empty').textContent]);
+      check(state === 'empty' && shown === text, `panel ${id} without the hardware: ${shown}`);
     }
-    check(await page.$$eval('#process-rows tr', (trs) => trs.length) > 0, 'no processes on the bare board');
+    const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
+    check(rows > 0, 'no processes on the bare board');
     log('a board without BPU, DDR, zones and cpufreq: those panels say so');
 
     // Chromium reports the failed polls while the server was down; nothing else may fail.
-    const unexpected = problems.filter((p) => !/Failed to load resource|ERR_CONNECTION_REFUSED/.test(p));
+    const unexpected = problems.filter(
+      (p) => !/Failed to load resource|ERR_CONNECTION_REFUSED/.test(p));
     check(unexpected.length === 0, `page errors:\n${unexpected.join('\n')}`);
     log('passed');
   } finally {
