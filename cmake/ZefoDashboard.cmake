@@ -59,10 +59,12 @@ if(NOT _zefo_installed STREQUAL _zefo_lock_hash OR NOT EXISTS ${_zefo_web_build}
   configure_file(${_zefo_web}/package.json ${_zefo_web_build}/package.json COPYONLY)
   configure_file(${_zefo_web}/package-lock.json ${_zefo_web_build}/package-lock.json COPYONLY)
   message(STATUS "zefo-monitor dashboard: npm ci (cache ${ZEFO_NPM_CACHE})")
-  # No install scripts: esbuild finds its binary in its platform package without them.
+  # No install scripts: esbuild finds its binary in its platform package without them. Short
+  # retries and timeouts, so that a machine without the registry gives up in about 20 s.
   execute_process(
     COMMAND ${ZEFO_NPM} ci --cache ${ZEFO_NPM_CACHE} --ignore-scripts --no-audit --no-fund
-            --loglevel=error
+            --loglevel=error --fetch-retries=2 --fetch-retry-mintimeout=2000
+            --fetch-retry-maxtimeout=10000 --fetch-timeout=60000
     WORKING_DIRECTORY ${_zefo_web_build}
     RESULT_VARIABLE _zefo_npm_result
     OUTPUT_VARIABLE _zefo_npm_output
