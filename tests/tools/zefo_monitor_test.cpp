@@ -342,6 +342,58 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAsTheScraperAsks) {
   EXPECT_EQ(Reap(child), 0) << child.err_text;
   EXPECT_EQ(child.out_text, "");  // serving without --format keeps standard output quiet
 }
+
+// At a short period the dashboard's history keeps only its window (--history 1: one second,
+// about 100 passes), every pass with its charted figures; /api/latest is the newest of them as
+// the JSON format writes it.
+TEST(ZefoMonitorToolTest, ListenServesTheNewestPassAndABoundedHistory) {
+  Child child = Spawn({"--listen", "127.0.0.1:0", "--period", "10", "--history", "1"});
+  ASSERT_GT(child.pid, 0);
+  const std::string banner = "zefo-monitor: serving http://127.0.0.1:";
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "/\n")) << child.err_text;
+  const std::size_t at = child.err_text.find(banner);
+  ASSERT_NE(at, std::string::npos) << child.err_text;
+  httplib::Client client("127.0.0.1", std::atoi(child.err_text.c_str() + at + banner.size()));
+
+  const auto started = Clock::now();
+  std::size_t most = 0;
+  nlohmann::json history;
+  while (Clock::now() - started < std::chrono::seconds(3)) {
+    std::this_thread::sleep_for(milliseconds(200));
+    httplib::Result res = client.Get("/api/history");
+    ASSERT_TRUE(res && res->status == 200);
+    history = nlohmann::json::parse(res->body);
+    const auto& times = history["times"];
+    most = std::max(most, times.size());
+    ASSERT_LE(history["bytes"].get<std::size_t>(), history["budget_bytes"].get<std::size_t>());
+    if (times.size() > 1) {
+      ASSERT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
+    }
+    for (const auto& series : history["series"]) ASSERT_EQ(series["values"].size(), times.size());
+  }
+  EXPECT_EQ(history["window_seconds"], 1);
+  EXPECT_EQ(history["period_ms"], 10);
+  EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
+  EXPECT_GE(most, 5u);
+  EXPECT_FALSE(history["series"].empty());
+
+  httplib::Result latest = client.Get("/api/latest");
+  ASSERT_TRUE(latest && latest->status == 200);
+  EXPECT_EQ(latest->get_header_value("Content-Type"), "application/json");
+  const auto pass = nlohmann::json::parse(latest->body);
+  EXPECT_GE(pass["update_time"].get<uint64_t>(), history["times"].back().get<uint64_t>());
+  EXPECT_FALSE(pass["cpu"].empty());
+
+  for (const char* bad : {"0", "-1", "x", "1e999", ""}) {
+    SCOPED_TRACE(bad);
+    httplib::Result res = client.Get(std::string("/api/history?seconds=") + bad);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 400);
+  }
+  kill(child.pid, SIGTERM);
+  EXPECT_TRUE(Drain(child, milliseconds(30000)));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+}
 #endif  // ZEFO_WITH_HTTP
 
 }  // namespace

@@ -4,16 +4,21 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <sstream>
+
+#include "dashboard_page.h"
 
 namespace zefo::cli {
 
 namespace {
 
-// Handler threads. Scrapers are few; each keep-alive connection holds one thread while open.
-constexpr std::size_t kThreads = 4;
+// Handler threads. Each keep-alive connection holds one thread while open: a scraper holds one,
+// and so does every open dashboard page, which asks once per period.
+constexpr std::size_t kThreads = 8;
 
 std::string Trim(const std::string& text) {
   const std::size_t begin = text.find_first_not_of(" \t");
@@ -28,7 +33,44 @@ std::string Lower(std::string text) {
   return text;
 }
 
+// The figures must come fresh on every poll, whatever a proxy or browser cache would like.
+void NoStore(httplib::Response& res) {
+  res.set_header("Cache-Control", "no-store");
+}
+
+// "N" of ?seconds=N: a positive number of seconds; false if the text is something else.
+bool ParseSeconds(const std::string& text, double& out) {
+  char* end = nullptr;
+  errno = 0;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || end != text.c_str() + text.size() || errno != 0 || !std::isfinite(value) ||
+      value <= 0) {
+    return false;
+  }
+  out = value;
+  return true;
+}
+
 }  // namespace
+
+void PassStore::Publish(std::shared_ptr<const format::Snapshot> pass) {
+  PassFigures figures = ChartFigures(*pass);
+  std::lock_guard<std::mutex> lock(mutex_);
+  latest_ = std::move(pass);
+  history_.Push(std::move(figures));
+}
+
+std::string PassStore::History(double seconds) const {
+  std::vector<PassHistory::Entry> entries;
+  HistoryFacts facts;
+  {
+    // Copied under the lock (values and shared key lists), written out after it.
+    std::lock_guard<std::mutex> lock(mutex_);
+    entries = history_.Query(seconds);
+    facts = {history_.window_ms(), history_.budget_bytes(), history_.bytes(), period_ms_};
+  }
+  return HistoryJson(entries, facts);
+}
 
 HttpServer::HttpServer() {
   server_.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
@@ -91,12 +133,30 @@ bool PrefersOpenMetrics(const std::string& accept) {
 void AddRoutes(HttpServer& server, const PassStore& store, const format::FormatOptions& options) {
   httplib::Server& routes = server.routes();
   routes.Get("/", [](const httplib::Request&, httplib::Response& res) {
-    res.set_content(
-        "<!DOCTYPE html>\n<html><head><title>zefo-monitor</title></head><body>\n"
-        "<h1>zefo-monitor</h1>\n"
-        "<p>The board's newest sampling pass: <a href=\"/metrics\">/metrics</a> "
-        "(OpenMetrics or Prometheus text format).</p>\n</body></html>\n",
-        "text/html; charset=utf-8");
+    const std::string_view page = DashboardPage();
+    res.set_content(page.data(), page.size(), "text/html; charset=utf-8");
+    NoStore(res);
+  });
+  routes.Get("/api/latest", [&store](const httplib::Request&, httplib::Response& res) {
+    NoStore(res);
+    const auto pass = store.Latest();
+    if (pass == nullptr) {
+      res.status = 503;
+      res.set_content("{\"error\":\"no sampling pass yet\"}\n", "application/json");
+      return;
+    }
+    res.set_content(format::FormatPass(*pass, format::Format::kJson), "application/json");
+  });
+  routes.Get("/api/history", [&store](const httplib::Request& req, httplib::Response& res) {
+    NoStore(res);
+    // Without ?seconds, the whole ring.
+    double seconds = std::numeric_limits<double>::infinity();
+    if (req.has_param("seconds") && !ParseSeconds(req.get_param_value("seconds"), seconds)) {
+      res.status = 400;
+      res.set_content("{\"error\":\"seconds must be a positive number\"}\n", "application/json");
+      return;
+    }
+    res.set_content(store.History(seconds), "application/json");
   });
   routes.Get("/metrics", [&store, options](const httplib::Request& req, httplib::Response& res) {
     const auto pass = store.Latest();

@@ -8,29 +8,36 @@
 #include <string>
 #include <thread>
 
+#include "pass_history.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
 
 namespace zefo::cli {
 
-// The newest pass, handed from the sampling loop to the HTTP handlers. Publish and Latest may
-// be called from any thread; a reader keeps the pass it got alive for as long as it needs it,
-// and formats it without holding anything.
+// The newest pass and the charted figures of the recent ones, handed from the sampling loop to
+// the HTTP handlers. Publish, Latest and History may be called from any thread; a reader keeps
+// the pass it got alive for as long as it needs it, and formats it without holding anything.
 class PassStore {
  public:
-  void Publish(std::shared_ptr<const format::Snapshot> pass) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    latest_ = std::move(pass);
-  }
+  // Keeps the figures of the passes of the last `history_ms` (at most `budget_bytes` of them);
+  // `period_ms` is the sampling period, told to the dashboard.
+  PassStore(int period_ms, uint64_t history_ms, std::size_t budget_bytes)
+      : period_ms_(period_ms), history_(history_ms, budget_bytes) {}
+
+  void Publish(std::shared_ptr<const format::Snapshot> pass);
   // Null before the first pass.
   std::shared_ptr<const format::Snapshot> Latest() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return latest_;
   }
+  // The passes of the last `seconds` seconds as HistoryJson writes them.
+  std::string History(double seconds) const;
 
  private:
   mutable std::mutex mutex_;
   std::shared_ptr<const format::Snapshot> latest_;
+  const int period_ms_;
+  PassHistory history_;
 };
 
 // An HTTP server on one address, answering on a thread of its own. Register routes on
@@ -58,9 +65,10 @@ class HttpServer {
   int port_ = 0;
 };
 
-// The routes of zefo-monitor's server: "/" names the endpoints, "/metrics" is the newest pass in
-// OpenMetrics or in the Prometheus text format, as the request's Accept header prefers. Further
-// routes go here, next to these, reading passes from `store`.
+// The routes of zefo-monitor's server: "/" is the dashboard (or, in a build without it, a page
+// naming the endpoints), "/metrics" the newest pass in OpenMetrics or in the Prometheus text
+// format, as the request's Accept header prefers, "/api/latest" the newest pass as JSON and
+// "/api/history?seconds=N" the charted figures of the passes of the last N seconds.
 void AddRoutes(HttpServer& server, const PassStore& store, const format::FormatOptions& options);
 
 // Whether an Accept header prefers OpenMetrics to the Prometheus text format (by q-value; a tie

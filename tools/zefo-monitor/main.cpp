@@ -15,6 +15,7 @@
 #include "zefo/format/snapshot.h"
 #include "zefo/zefo_resource_monitor.h"
 #ifdef ZEFO_WITH_HTTP
+#include "dashboard_page.h"
 #include "http_server.h"
 #endif
 
@@ -22,6 +23,9 @@ namespace {
 
 // How often the tool looks for a finished pass; also the longest it takes to notice a signal.
 constexpr long kPollNanoseconds = 20L * 1000 * 1000;
+
+// The most the dashboard's history of charted figures may hold, whatever --history says.
+constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
 
 int Fail(const std::string& message) {
   std::cerr << "zefo-monitor: " << message << "\n";
@@ -64,7 +68,8 @@ int main(int argc, char** argv) {
 
   const zefo::format::FormatOptions format_options;
 #ifdef ZEFO_WITH_HTTP
-  zefo::cli::PassStore store;
+  zefo::cli::PassStore store(opt.period_ms, static_cast<uint64_t>(opt.history_seconds) * 1000,
+                             kHistoryBudgetBytes);
   std::unique_ptr<zefo::cli::HttpServer> server;
   if (opt.listen) {
     // A scraper that hangs up mid-answer must not kill the tool.
@@ -79,7 +84,11 @@ int main(int argc, char** argv) {
       return Fail("cannot listen on " + shown + ":" + std::to_string(where.port) + ": " + problem);
     }
     server->Start();
-    std::cerr << "zefo-monitor: serving http://" << shown << ":" << server->port() << "/metrics"
+    const std::string base = "http://" + shown + ":" + std::to_string(server->port()) + "/";
+    std::cerr << "zefo-monitor: serving " << base << "metrics" << std::endl;
+    std::cerr << "zefo-monitor: "
+              << (zefo::cli::DashboardBuilt() ? "dashboard at " + base
+                                              : "this build has no dashboard; see " + base)
               << std::endl;
   }
 #else

@@ -131,8 +131,9 @@ ParseResult ParseOptions(int argc, char** argv) {
           ""));
   app.add_option("--listen", listen,
                  "Serve the newest pass at http://ADDRESS:PORT/metrics (OpenMetrics or "
-                 "Prometheus text, as the scraper asks), on that address only; port 0 picks a "
-                 "free port. Standard output then stays quiet unless --format is given")
+                 "Prometheus text, as the scraper asks) and a live dashboard at "
+                 "http://ADDRESS:PORT/, on that address only; port 0 picks a free port. "
+                 "Standard output then stays quiet unless --format is given")
       ->type_name("ADDRESS:PORT")
       ->check(CLI::Validator(
           [](std::string& text) {
@@ -140,6 +141,13 @@ ParseResult ParseOptions(int argc, char** argv) {
             return ParseListenAddress(text, unused);
           },
           ""));
+
+  app.add_option("--history", opt.history_seconds,
+                 "With --listen, how many seconds of passes /api/history keeps for the dashboard's "
+                 "charts (also at most 4 MiB of figures)")
+      ->type_name("SECONDS")
+      ->check(WholeNumber(0, 86400))
+      ->default_val(600);
 
   try {
     app.parse(argc, argv);

@@ -27,6 +27,7 @@ struct Options {
   std::string output;         // --output FILE; empty: standard output
   bool listen = false;
   ListenAddress listen_address;
+  int history_seconds = 600;  // how far back /api/history reaches with --listen
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464" into `out`; "" or what is wrong.

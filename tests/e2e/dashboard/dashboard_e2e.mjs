@@ -1,0 +1,270 @@
+// The dashboard in a real browser: zefo-monitor --listen over a simulated board, Debian's
+// chromium driven headless by playwright-core. Waits for two live updates, checks that every
+// chart panel has data and that the process table sorts, saves a screenshot, then stops the
+// server, expects the page to say it is disconnected, starts it again on the same port and
+// expects the page to resume. Last, over a board without BPU, DDR devices, thermal zones and
+// cpufreq, expects those panels to say so.
+//
+//   node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT --node-modules DIR --screenshot PNG
+//                          [--settle SECONDS] [--chromium PATH]
+//
+// --settle waits that long before the screenshot, for fuller charts (docs/dashboard.png).
+import { spawn } from 'node:child_process';
+import { mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { createRequire } from 'node:module';
+import os from 'node:os';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+const args = process.argv.slice(2);
+const option = (name, fallback) => {
+  const at = args.indexOf(name);
+  return at >= 0 && at + 1 < args.length ? args[at + 1] : fallback;
+};
+const monitor = option('--monitor');
+const boardSim = option('--board-sim');
+const nodeModules = path.resolve(option('--node-modules', 'node_modules'));
+const screenshot = option('--screenshot');
+const settleSeconds = Number(option('--settle', '0'));
+const chromiumPath = option('--chromium', '/usr/bin/chromium');
+if (!monitor || !boardSim || !screenshot) {
+  console.error('usage: node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT ' +
+    '--node-modules DIR --screenshot PNG [--settle SECONDS] [--chromium PATH]');
+  process.exit(2);
+}
+const { chromium } = createRequire(path.join(path.dirname(nodeModules), 'package.json'))(
+  'playwright-core',
+);
+
+const PERIOD_MS = 1000;
+// Every chart panel the simulated board (2 BPU cores, 2 DDR devices) fills.
+const PANELS = [
+  'cpu-load', 'cpu-frequency', 'bpu-load', 'bpu-frequency', 'memory', 'ddr-devices',
+  'ddr-ports-ddr0', 'ddr-ports-ddr1', 'disk', 'network', 'temperature',
+];
+
+const children = [];
+const log = (...words) => console.log('dashboard-e2e:', ...words);
+
+// Starts a program; resolves with it once `ready` matches a line of its output (stdout or
+// stderr), with the match.
+function start(command, argv, ready, what) {
+  const child = spawn(command, argv, { stdio: ['ignore', 'pipe', 'pipe'] });
+  children.push(child);
+  let output = '';
+  return new Promise((resolve, reject) => {
+    const timer = setTimeout(
+      () => reject(new Error(`${what} not ready in 30 s:\n${output}`)), 30000);
+    const look = (chunk) => {
+      output += chunk;
+      const match = output.match(ready);
+      if (match) {
+        clearTimeout(timer);
+        resolve({ child, match });
+      }
+    };
+    child.stdout.setEncoding('utf8').on('data', look);
+    child.stderr.setEncoding('utf8').on('data', look);
+    child.on('exit', (code, signal) => {
+      clearTimeout(timer);
+      reject(new Error(`${what} ended (${code ?? signal}) before it was ready:\n${output}`));
+    });
+  });
+}
+
+async function stop(child) {
+  if (child.exitCode !== null || child.signalCode !== null) return;
+  const ended = new Promise((resolve) => child.once('exit', resolve));
+  child.kill('SIGTERM');
+  await Promise.race([ended, sleep(10000).then(() => child.kill('SIGKILL'))]);
+  await ended;
+}
+
+function check(condition, message) {
+  if (!condition) throw new Error(message);
+}
+
+// The page's own count of updates that brought new passes.
+const updates = (page) => page.evaluate(() => Number(document.body.dataset.updates));
+
+async function waitForUpdates(page, count, seconds) {
+  await page.waitForFunction((n) => Number(document.body.dataset.updates) >= n, count, {
+    timeout: seconds * 1000,
+  });
+}
+
+async function checkPanels(page) {
+  const states = await page.$$eval('[data-panel]', (panels) =>
+    panels.map((p) => ({
+      id: p.dataset.panel,
+      state: p.dataset.state,
+      series: Number(p.dataset.series ?? 0),
+      points: Number(p.dataset.points ?? 0),
+      canvas: p.querySelector('canvas') !== null,
+      text: p.querySelector('.empty')?.textContent,
+    })),
+  );
+  const byId = new Map(states.map((s) => [s.id, s]));
+  for (const id of PANELS) {
+    const s = byId.get(id);
+    check(s !== undefined, `no panel ${id}; panels: ${[...byId.keys()].join(', ')}`);
+    check(s.state === 'live' && s.canvas, `panel ${id} has no chart: ${s.text}`);
+    check(s.series > 0 && s.points >= 2, `panel ${id}: ${s.series} series, ${s.points} points`);
+  }
+  log(`${states.length} panels live:`, states.map((s) => `${s.id} (${s.series})`).join(', '));
+}
+
+async function columnValues(page, column) {
+  const index = await page.$$eval('#process-head th', (ths, key) =>
+    ths.findIndex((th) => th.dataset.column === key), column);
+  return page.$$eval(
+    '#process-rows tr',
+    (rows, i) => rows.map((tr) => tr.children[i].textContent),
+    index,
+  );
+}
+
+async function sortBy(page, column, expected) {
+  await page.click(`#process-head th[data-column="${column}"] button`);
+  const sort = await page.getAttribute(`#process-head th[data-column="${column}"]`, 'aria-sort');
+  check(sort === expected, `${column}: aria-sort is ${sort}, expected ${expected}`);
+  return columnValues(page, column);
+}
+
+function ordered(values, compare) {
+  return values.every((v, i) => i === 0 || compare(values[i - 1], v) <= 0);
+}
+
+async function checkTable(page) {
+  const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
+  check(rows > 0, 'the process table has no rows');
+  // Numbers largest first on the first click, then reversed; names from A on the first.
+  const pidsDown = (await sortBy(page, 'pid', 'descending')).map(Number);
+  check(ordered(pidsDown, (a, b) => b - a), `PIDs not descending: ${pidsDown.slice(0, 10)}`);
+  const pidsUp = (await sortBy(page, 'pid', 'ascending')).map(Number);
+  check(ordered(pidsUp, (a, b) => a - b), `PIDs not ascending: ${pidsUp.slice(0, 10)}`);
+  const names = await sortBy(page, 'name', 'ascending');
+  const byName = (a, b) => a.localeCompare(b, undefined, { numeric: true });
+  check(ordered(names, byName), `names not ascending: ${names.slice(0, 10)}`);
+  const registered = await sortBy(page, 'zefo_name', 'ascending');
+  check(registered.at(-1) === 'board-sim', `registered names: ${[...new Set(registered)]}`);
+  const cpu = (await sortBy(page, 'cpu', 'descending')).map(Number);
+  check(ordered(cpu, (a, b) => b - a), `CPU not descending: ${cpu.slice(0, 10)}`);
+  log(`process table: ${rows} rows, sorts by PID, name, registered name and CPU`);
+}
+
+async function main() {
+  const work = await mkdtemp(path.join(os.tmpdir(), 'zefo-dashboard-e2e-'));
+  let browser = null;
+  try {
+    const board = path.join(work, 'board');
+    const sim = await start(boardSim,
+      [board, '--period', '500', '--bpu-cores', '2', '--ddr-devices', '2'],
+      /board-sim: ready/, 'board-sim');
+    // board-sim registers as the platform's software does, so the table has a registered name.
+    const registration = path.join(work, 'reg', String(sim.child.pid));
+    await mkdir(registration, { recursive: true });
+    await writeFile(path.join(registration, 'name'), 'board-sim\n');
+    await writeFile(path.join(registration, 'pid'), `${sim.child.pid}\n`);
+    const monitorArgs = (listen) => ['--listen', listen, '--period', String(PERIOD_MS),
+      '--sysfs', path.join(board, 'sys'), '--devfs', path.join(board, 'dev'),
+      '--regdir', path.join(work, 'reg')];
+    let server = await start(monitor, monitorArgs('127.0.0.1:0'),
+      /dashboard at http:\/\/127\.0\.0\.1:(\d+)\//, 'zefo-monitor');
+    const port = server.match[1];
+    const url = `http://127.0.0.1:${port}/`;
+    log('zefo-monitor serves', url);
+
+    browser = await chromium.launchPersistentContext(path.join(work, 'profile'), {
+      executablePath: chromiumPath,
+      headless: true,
+      args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+        '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+      viewport: { width: 1440, height: 900 },
+    });
+    const page = browser.pages()[0] ?? (await browser.newPage());
+    const problems = [];
+    page.on('pageerror', (error) => problems.push(String(error)));
+    page.on('console', (message) => {
+      if (message.type() === 'error') problems.push(message.text());
+    });
+    // No request may leave the board: everything comes from zefo-monitor itself.
+    page.on('request', (request) => {
+      if (!request.url().startsWith(url)) {
+        problems.push(`request outside the board: ${request.url()}`);
+      }
+    });
+
+    await page.goto(url);
+    await page.waitForFunction(() => document.body.dataset.connection === 'live');
+    // Two updates after the page's first.
+    await waitForUpdates(page, 1, 30);
+    const first = await updates(page);
+    await waitForUpdates(page, first + 2, 30);
+    await checkPanels(page);
+    await checkTable(page);
+    if (settleSeconds > 0) await sleep(settleSeconds * 1000);
+    await page.screenshot({ path: screenshot, fullPage: true });
+    log('screenshot', screenshot);
+
+    // The connection drops: the page says so, and resumes once zefo-monitor is back.
+    const before = Number(await page.evaluate(() => document.body.dataset.last));
+    await stop(server.child);
+    await page.waitForFunction(() => document.body.dataset.connection === 'disconnected',
+      null, { timeout: 30000 });
+    check(await page.isVisible('#disconnected'), 'no disconnected notice');
+    log('disconnected:', (await page.textContent('#disconnected')).replace(/\s+/g, ' ').trim());
+    server = await start(monitor, monitorArgs(`127.0.0.1:${port}`), /dashboard at/,
+      'zefo-monitor again');
+    await page.waitForFunction(
+      (t) => document.body.dataset.connection === 'live' && Number(document.body.dataset.last) > t,
+      before, { timeout: 30000 });
+    check(!(await page.isVisible('#disconnected')), 'the disconnected notice stayed');
+    const resumed = await updates(page);
+    await waitForUpdates(page, resumed + 1, 30);
+    await checkPanels(page);
+    log('resumed after the restart');
+
+    // A board without BPU, DDR devices, thermal zones and cpufreq: those panels say so.
+    await stop(server.child);
+    const bare = path.join(work, 'bare');
+    server = await start(monitor, ['--listen', `127.0.0.1:${port}`, '--period', String(PERIOD_MS),
+      '--sysfs', path.join(bare, 'sys'), '--devfs', path.join(bare, 'dev')], /dashboard at/,
+      'zefo-monitor without a BPU');
+    await page.reload();
+    await page.waitForFunction(
+      () => document.querySelector('[data-panel="cpu-load"]')?.dataset.state === 'live',
+      null, { timeout: 30000 });
+    const absent = {
+      'bpu-load': 'This board has no BPU.',
+      'bpu-frequency': 'This board has no BPU.',
+      'ddr-devices': 'This board has no DDR monitor devices.',
+      'ddr-ports': 'This board has no DDR monitor devices.',
+      temperature: 'This board has no thermal zones.',
+      'cpu-frequency': 'This board does not report CPU frequencies (no cpufreq).',
+    };
+    for (const [id, text] of Object.entries(absent)) {
+      const [state, shown] = await page.$eval(`[data-panel="${id}"]`,
+        (p) => [p.dataset.state, p.querySelector('.empty').textContent]);
+      check(state === 'empty' && shown === text, `panel ${id} without the hardware: ${shown}`);
+    }
+    const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
+    check(rows > 0, 'no processes on the bare board');
+    log('a board without BPU, DDR, zones and cpufreq: those panels say so');
+
+    // Chromium reports the failed polls while the server was down; nothing else may fail.
+    const unexpected = problems.filter(
+      (p) => !/Failed to load resource|ERR_CONNECTION_REFUSED/.test(p));
+    check(unexpected.length === 0, `page errors:\n${unexpected.join('\n')}`);
+    log('passed');
+  } finally {
+    await browser?.close().catch(() => {});
+    for (const child of children.reverse()) await stop(child).catch(() => {});
+    await rm(work, { recursive: true, force: true });
+  }
+}
+
+main().catch((error) => {
+  console.error('dashboard-e2e: FAILED:', error.message);
+  process.exitCode = 1;
+});
