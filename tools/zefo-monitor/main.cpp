@@ -3,8 +3,11 @@
 // interrupted.
 #include <signal.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -32,12 +35,33 @@ int Fail(const std::string& message) {
   return 2;
 }
 
+#ifdef ZEFO_HTTP_HELPER
+// This zefo-monitor carries no HTTP server, so that watching a board keeps few pages resident;
+// --listen hands the whole command line to zefo-monitor-http, found beside this program (the
+// build tree) or where it is installed. Returns only if neither could be started.
+int HandOverToHttpHelper(char** argv) {
+  std::string self(4096, '\0');
+  const ssize_t length = readlink("/proc/self/exe", self.data(), self.size() - 1);
+  self.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  const std::string dir = self.substr(0, self.rfind('/') + 1);
+  int error = ENOENT;
+  for (const std::string& helper : {dir + "zefo-monitor-http", dir + ZEFO_HTTP_HELPER}) {
+    execv(helper.c_str(), argv);
+    if (errno != ENOENT) error = errno;
+  }
+  return Fail(std::string("--listen: cannot start zefo-monitor-http: ") + std::strerror(error));
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const zefo::cli::ParseResult parsed = zefo::cli::ParseOptions(argc, argv);
   if (!parsed.run) return parsed.exit_code;
   const zefo::cli::Options& opt = parsed.options;
+#ifdef ZEFO_HTTP_HELPER
+  if (opt.listen) return HandOverToHttpHelper(argv);
+#endif
   using zefo::format::Format;
 
   // node_exporter's textfile collector reads only *.prom files, and only the Prometheus text
