@@ -4,6 +4,7 @@
 // The process monitor's scanf formats applied with sscanf, line by line: what the hand-written
 // scanners of procinfo_parse.h must equal, field for field, on any text.
 
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <list>
@@ -99,7 +100,7 @@ inline bool SscanfCpuTotal(std::string_view text, ProcInfoCpuState& out) {
               &c[4], &c[5], &c[6], &c[7], &c[8], &c[9]);
   int cores = 0;
   for (const std::string& line : lines) std::sscanf(line.c_str(), "cpu%d", &cores);
-  out.cores = cores > 0 ? cores + 1 : cores;
+  out.cores = cores > 0 && cores < INT_MAX ? cores + 1 : cores;
   uint64_t total = 0;
   for (long long counter : c) total += static_cast<uint64_t>(counter);
   out.total = static_cast<long long>(total);
