@@ -1,5 +1,6 @@
 #include "process/procinfo_parse.h"
 
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -327,7 +328,9 @@ bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
     ScanCursor c(all.View(), nul);
     if (c.Literal('c') && c.Literal('p') && c.Literal('u')) c.Int(cores);
   }
-  if (cores > 0) cores += 1;
+  // A number as large as INT_MAX (no kernel has that many CPUs, but the line can say so) stays
+  // there rather than overflowing.
+  if (cores > 0 && cores < INT_MAX) cores += 1;
   out.cores = cores;
   out.total = WrappingSum(counters, 10);
   return true;
