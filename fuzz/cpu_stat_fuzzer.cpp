@@ -4,9 +4,10 @@
 #include <cstring>
 #include <sstream>
 
+#include "fuzz_support.h"
 #include "monitors/counter_math.h"
 #include "monitors/cpu_parse.h"
-#include "proc_reference.h"
+#include "support/proc_sscanf_reference.h"
 #include "zefo/cpu_monitor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -47,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ProcInfoCpuState fast{-1, -1};
   ProcInfoCpuState slow{-1, -1};
   const bool fast_read = detail::ParseCpuTotal(text, fast);
-  const bool slow_read = fuzz::SscanfCpuTotal(text, slow);
+  const bool slow_read = reference::SscanfCpuTotal(text, slow);
   ZEFO_FUZZ_CHECK(fast_read == slow_read, text);
   ZEFO_FUZZ_CHECK(fast.total == slow.total && fast.cores == slow.cores, text);
   return 0;

@@ -3,8 +3,9 @@
 #include <map>
 #include <sstream>
 
+#include "fuzz_support.h"
 #include "monitors/network_parse.h"
-#include "proc_reference.h"
+#include "support/proc_sscanf_reference.h"
 #include "zefo/network_monitor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -33,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const auto& entry : items.Items()) entry.second->PrintToStream(report);
 
   std::map<std::string, ProcInfoNetState> per_process;
-  detail::ParseNetDev(text, fuzz::Formats().net, per_process);
+  detail::ParseNetDev(text, reference::Formats().net, per_process);
   for (const auto& entry : per_process) ZEFO_FUZZ_CHECK(entry.first.size() <= 255, text);
   return 0;
 }

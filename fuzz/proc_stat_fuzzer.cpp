@@ -2,16 +2,17 @@
 // figures of two such samples.
 #include <sstream>
 
-#include "proc_reference.h"
+#include "fuzz_support.h"
+#include "support/proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;
   const std::string_view text = fuzz::AsText(data, size);
-  ProcInfoState fast = fuzz::Marked();
-  ProcInfoState slow = fuzz::Marked();
+  ProcInfoState fast = reference::Marked();
+  ProcInfoState slow = reference::Marked();
   detail::ParseProcStat(text, fast);
-  fuzz::SscanfStat(text, slow);
-  ZEFO_FUZZ_CHECK(fuzz::SameNumbers(fast, slow), text);
+  reference::SscanfStat(text, slow);
+  ZEFO_FUZZ_CHECK(reference::SameNumbers(fast, slow), text);
   ZEFO_FUZZ_CHECK(fast.name == slow.name && fast.state == slow.state, text);
 
   // The figures of a process from this sample and a marked one, in both orders: nothing the

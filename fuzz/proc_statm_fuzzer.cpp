@@ -1,13 +1,14 @@
 // /proc/<pid>/statm: the hand-written scanner against sscanf with the statm format.
-#include "proc_reference.h"
+#include "fuzz_support.h"
+#include "support/proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;
   const std::string_view text = fuzz::AsText(data, size);
-  ProcInfoStatm fast = fuzz::Marked().statm;
+  ProcInfoStatm fast = reference::Marked().statm;
   ProcInfoStatm slow = fast;
   detail::ParseStatm(text, fast);
-  fuzz::SscanfStatm(text, slow);
+  reference::SscanfStatm(text, slow);
   const auto row = [](const ProcInfoStatm& s) {
     return std::make_tuple(s.size, s.resident, s.shared, s.text, s.lib, s.data, s.dt);
   };

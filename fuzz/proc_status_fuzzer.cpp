@@ -1,14 +1,15 @@
 // /proc/<pid>/status: the hand-written scanner against sscanf with the status format, line by
 // line, the unit carried over from line to line.
-#include "proc_reference.h"
+#include "fuzz_support.h"
+#include "support/proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;
   const std::string_view text = fuzz::AsText(data, size);
-  ProcInfoState fast = fuzz::Marked();
-  ProcInfoState slow = fuzz::Marked();
+  ProcInfoState fast = reference::Marked();
+  ProcInfoState slow = reference::Marked();
   detail::ParseStatus(text, fast);
-  fuzz::SscanfStatus(text, slow);
-  ZEFO_FUZZ_CHECK(fuzz::SameNumbers(fast, slow), text);
+  reference::SscanfStatus(text, slow);
+  ZEFO_FUZZ_CHECK(reference::SameNumbers(fast, slow), text);
   return 0;
 }

@@ -14,6 +14,7 @@
 #include "core/file_reader.h"
 #include "core/scan_cursor.h"
 #include "process/procinfo_parse.h"
+#include "support/proc_sscanf_reference.h"
 #include "zefo/procinfo_monitor.h"
 
 namespace zefo {
@@ -21,100 +22,11 @@ namespace {
 
 using namespace std::string_literals;
 
-const detail::ProcInfoFormats& F() {
-  static const detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
-  return formats;
-}
-
-// ---- the formats applied with sscanf, as the readers once did --------------------------------
-
-void SscanfStat(std::string_view text, ProcInfoState& out) {
-  const std::string line(detail::FirstLine(text));
-  char name[256] = {};
-  char state[256] = {};
-  std::sscanf(line.c_str(), F().stat.c_str(), &out.pid, name, state, &out.ppid, &out.pgrp, &out.sid,
-              &out.tty_nr, &out.tpgid, &out.flags, &out.minflt, &out.cminflt, &out.majflt,
-              &out.cmajflt, &out.utime, &out.stime, &out.start_time, &out.processor,
-              &out.blkio_ticks);
-  out.name = name;
-  out.state = state;
-}
-
-void SscanfStatm(std::string_view text, ProcInfoStatm& out) {
-  const std::string line(detail::FirstLine(text));
-  std::sscanf(line.c_str(), F().statm.c_str(), &out.size, &out.resident, &out.shared, &out.text,
-              &out.lib, &out.data, &out.dt);
-}
-
-std::list<std::string> Lines(std::string_view text) {
-  std::list<std::string> lines;
-  detail::SplitLines(text, lines);
-  return lines;
-}
-
-void SscanfStatus(std::string_view text, ProcInfoState& out) {
-  const std::pair<const char*, long long ProcInfoState::*> keys[] = {
-      {"VmPeak:", &ProcInfoState::VmPeak},     {"VmSize:", &ProcInfoState::VmSize},
-      {"VmLck:", &ProcInfoState::VmLck},       {"VmPin:", &ProcInfoState::VmPin},
-      {"VmHWM:", &ProcInfoState::VmHWM},       {"VmRSS:", &ProcInfoState::VmRSS},
-      {"RssAnon:", &ProcInfoState::RssAnon},   {"RssFile:", &ProcInfoState::RssFile},
-      {"RssShmem:", &ProcInfoState::RssShmem}, {"VmData:", &ProcInfoState::VmData},
-      {"VmStk:", &ProcInfoState::VmStk},       {"VmExe:", &ProcInfoState::VmExe},
-      {"VmLib:", &ProcInfoState::VmLib},       {"VmPTE:", &ProcInfoState::VmPTE},
-      {"VmSwap:", &ProcInfoState::VmSwap}};
-  char unit[256] = {};
-  for (const std::string& line : Lines(text)) {
-    char word[256] = {};
-    std::sscanf(line.c_str(), "%255s", word);
-    for (const auto& [key, field] : keys) {
-      if (std::string(word) != key) continue;
-      std::sscanf(line.c_str(), F().status.c_str(), &(out.*field), unit);
-      out.*field = static_cast<long long>(static_cast<uint64_t>(out.*field) *
-                                          BaseMonitor::UnitToBytes(unit));
-      break;
-    }
-  }
-}
-
-void SscanfIo(std::string_view text, ProcInfoState& out) {
-  const std::pair<const char*, long long ProcInfoState::*> keys[] = {
-      {"rchar:", &ProcInfoState::rchar},
-      {"wchar:", &ProcInfoState::wchar},
-      {"syscr:", &ProcInfoState::syscr},
-      {"syscw:", &ProcInfoState::syscw},
-      {"read_bytes:", &ProcInfoState::read_bytes},
-      {"write_bytes:", &ProcInfoState::write_bytes},
-      {"cancelled_write_bytes:", &ProcInfoState::cancelled_write_bytes}};
-  for (const std::string& line : Lines(text)) {
-    char word[256] = {};
-    long long value = 0;
-    std::sscanf(line.c_str(), F().io.c_str(), word, &value);
-    for (const auto& [key, field] : keys) {
-      if (std::string(word) == key) {
-        out.*field = value;
-        break;
-      }
-    }
-  }
-}
-
-bool SscanfCpuTotal(std::string_view text, ProcInfoCpuState& out) {
-  const std::list<std::string> lines = Lines(text);
-  if (lines.empty()) return false;
-  char first[256] = {};
-  std::sscanf(lines.front().c_str(), "%255s", first);
-  if (std::string(first).compare(0, 3, "cpu") != 0) return false;
-  long long c[10] = {};
-  std::sscanf(lines.front().c_str(), F().cpu.c_str(), first, &c[0], &c[1], &c[2], &c[3], &c[4],
-              &c[5], &c[6], &c[7], &c[8], &c[9]);
-  int cores = 0;
-  for (const std::string& line : lines) std::sscanf(line.c_str(), "cpu%d", &cores);
-  out.cores = cores > 0 ? cores + 1 : cores;
-  uint64_t total = 0;
-  for (long long counter : c) total += static_cast<uint64_t>(counter);
-  out.total = static_cast<long long>(total);
-  return true;
-}
+using reference::SscanfCpuTotal;
+using reference::SscanfIo;
+using reference::SscanfStat;
+using reference::SscanfStatm;
+using reference::SscanfStatus;
 
 // Every field a parser may write, in one comparable row. Fields start at a marker value so that
 // "left alone" and "set to 0" differ.
@@ -144,22 +56,10 @@ std::vector<long long> Row(const ProcInfoState& s) {
           s.statm.dt};
 }
 
-ProcInfoState Marked() {
-  ProcInfoState s;
-  for (long long* f : {&s.pid, &s.ppid, &s.utime, &s.stime, &s.start_time, &s.blkio_ticks, &s.VmRSS,
-                       &s.VmSwap, &s.read_bytes, &s.statm.size, &s.statm.dt}) {
-    *f = 77;
-  }
-  s.processor = 77;
-  s.name = "old";
-  s.state = "old";
-  return s;
-}
-
 // Runs both parsers of one kind over `text` from the same start and compares everything.
 void ExpectSame(std::string_view text) {
-  ProcInfoState fast = Marked();
-  ProcInfoState slow = Marked();
+  ProcInfoState fast = reference::Marked();
+  ProcInfoState slow = reference::Marked();
   detail::ParseProcStat(text, fast);
   SscanfStat(text, slow);
   detail::ParseStatm(text, fast.statm);

@@ -1,8 +1,9 @@
-#ifndef ZEFO_FUZZ_PROC_REFERENCE_H_
-#define ZEFO_FUZZ_PROC_REFERENCE_H_
+#ifndef ZEFO_TESTS_SUPPORT_PROC_SSCANF_REFERENCE_H_
+#define ZEFO_TESTS_SUPPORT_PROC_SSCANF_REFERENCE_H_
 
 // The process monitor's scanf formats applied with sscanf, line by line: what the hand-written
-// scanners of procinfo_parse.h must equal, field for field, on any text.
+// scanners of procinfo_parse.h must equal, field for field, on any text. Shared by the unit test
+// that holds the scanners to it and by the differential fuzzers.
 
 #include <climits>
 #include <cstdint>
@@ -13,12 +14,18 @@
 #include <tuple>
 #include <utility>
 
-#include "fuzz_support.h"
+#include "core/file_reader.h"
 #include "process/procinfo_parse.h"
 #include "zefo/base_monitor.h"
 #include "zefo/procinfo_monitor.h"
 
-namespace zefo::fuzz {
+namespace zefo::reference {
+
+inline std::list<std::string> Lines(std::string_view text) {
+  std::list<std::string> lines;
+  detail::SplitLines(text, lines);
+  return lines;
+}
 
 inline const detail::ProcInfoFormats& Formats() {
   static const detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
@@ -174,6 +181,6 @@ inline bool SameNumbers(const ProcInfoState& a, const ProcInfoState& b) {
   return row(a) == row(b);
 }
 
-}  // namespace zefo::fuzz
+}  // namespace zefo::reference
 
-#endif  // ZEFO_FUZZ_PROC_REFERENCE_H_
+#endif  // ZEFO_TESTS_SUPPORT_PROC_SSCANF_REFERENCE_H_
