@@ -138,6 +138,10 @@ TEST(ProcInfoLive, BusyChildReadsOneCore) {
   waitpid(pid, nullptr, 0);
   if (!multi) GTEST_SKIP() << "fewer than two per-core lines: the share is scaled by 0";
   ASSERT_NE(Item(monitor, pid), nullptr);
+#ifdef ZEFO_UNDER_EMULATOR
+  GTEST_SKIP() << "under qemu-user the child is the emulator, whose scheduler figures count its "
+                  "translator threads too";
+#endif
   // Near 100 on a quiet machine; a loaded one may give the child less, and the figure must
   // follow what the scheduler really gave it.
   ASSERT_TRUE(ran) << "the child hardly ran in 30 s";
