@@ -117,52 +117,13 @@ inline bool SscanfCpuTotal(std::string_view text, ProcInfoCpuState& out) {
 // A state whose fields hold a marker, so that "left alone" and "set to 0" differ.
 inline ProcInfoState Marked() {
   ProcInfoState s;
-  for (long long* f : {&s.pid,
-                       &s.ppid,
-                       &s.pgrp,
-                       &s.sid,
-                       &s.tty_nr,
-                       &s.tpgid,
-                       &s.flags,
-                       &s.minflt,
-                       &s.cminflt,
-                       &s.majflt,
-                       &s.cmajflt,
-                       &s.utime,
-                       &s.stime,
-                       &s.start_time,
-                       &s.blkio_ticks,
-                       &s.VmPeak,
-                       &s.VmSize,
-                       &s.VmLck,
-                       &s.VmPin,
-                       &s.VmHWM,
-                       &s.VmRSS,
-                       &s.RssAnon,
-                       &s.RssFile,
-                       &s.RssShmem,
-                       &s.VmData,
-                       &s.VmStk,
-                       &s.VmExe,
-                       &s.VmLib,
-                       &s.VmPTE,
-                       &s.VmSwap,
-                       &s.rchar,
-                       &s.wchar,
-                       &s.syscr,
-                       &s.syscw,
-                       &s.read_bytes,
-                       &s.write_bytes,
-                       &s.cancelled_write_bytes,
-                       &s.statm.size,
-                       &s.statm.resident,
-                       &s.statm.shared,
-                       &s.statm.text,
-                       &s.statm.lib,
-                       &s.statm.data,
-                       &s.statm.dt}) {
-    *f = 77;
-  }
+  s.pid = s.ppid = s.pgrp = s.sid = s.tty_nr = s.tpgid = s.flags = s.minflt = s.cminflt = 77;
+  s.majflt = s.cmajflt = s.utime = s.stime = s.start_time = s.blkio_ticks = s.VmPeak = 77;
+  s.VmSize = s.VmLck = s.VmPin = s.VmHWM = s.VmRSS = s.RssAnon = s.RssFile = s.RssShmem = 77;
+  s.VmData = s.VmStk = s.VmExe = s.VmLib = s.VmPTE = s.VmSwap = s.rchar = s.wchar = 77;
+  s.syscr = s.syscw = s.read_bytes = s.write_bytes = s.cancelled_write_bytes = 77;
+  s.statm.size = s.statm.resident = s.statm.shared = s.statm.text = s.statm.lib = 77;
+  s.statm.data = s.statm.dt = 77;
   s.processor = 77;
   s.name = "old";
   s.state = "old";
