@@ -2,7 +2,6 @@
 // the report block.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -78,47 +77,37 @@ class BpuMonitorTest : public ::testing::Test {
   BpuMonitor monitor{tree.paths()};
 };
 
-struct ScanCase {
-  const char* what;
-  std::vector<Core> cores;
-  std::vector<std::string> items;
-};
-
-class BpuScanTest : public BpuMonitorTest, public ::testing::WithParamInterface<ScanCase> {};
-
-TEST_P(BpuScanTest, ItemsFollowTheScan) {
-  for (const Core& core : GetParam().cores) WriteCore(tree, core);
-  TwoPasses();
-  EXPECT_EQ(ItemNames(monitor), GetParam().items);
+TEST(BpuScanTest, ItemsFollowTheScan) {
+  std::vector<Core> eleven;
+  for (int id = 0; id < 11; ++id) eleven.push_back(FullCore(id));
+  const struct {
+    const char* what;
+    std::vector<Core> cores;
+    std::vector<std::string> items;
+  } cases[] = {
+      {"no BPU", {}, {}},
+      {"a gap ends the scan", {FullCore(0), FullCore(2)}, {"bpu0"}},
+      {"a core without a device name is skipped",
+       {{0, "devfreq0", "", "1", "2", "3", "4"}, FullCore(1)},
+       {"bpu1"}},
+      {"a core with an empty devfreq is skipped",
+       {{0, "", "", "", "", "", "7"}, FullCore(1)},
+       {"bpu1"}},
+      {"names are not padded",
+       eleven,
+       {"bpu0", "bpu1", "bpu10", "bpu2", "bpu3", "bpu4", "bpu5", "bpu6", "bpu7", "bpu8", "bpu9"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    FixtureTree tree;
+    BpuMonitor monitor{tree.paths()};
+    for (const Core& core : c.cores) WriteCore(tree, core);
+    monitor.SetClock(&FakeNow);
+    EXPECT_TRUE(monitor.DoMonitor());
+    EXPECT_TRUE(monitor.DoMonitor());
+    EXPECT_EQ(ItemNames(monitor), c.items);
+  }
 }
-
-std::vector<Core> Cores(int count) {
-  std::vector<Core> cores;
-  for (int id = 0; id < count; ++id) cores.push_back(FullCore(id));
-  return cores;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, BpuScanTest,
-    ::testing::Values(ScanCase{"no BPU", {}, {}},
-                      ScanCase{"a gap ends the scan", {FullCore(0), FullCore(2)}, {"bpu0"}},
-                      ScanCase{"a core without a device name is skipped",
-                               {{0, "devfreq0", "", "1", "2", "3", "4"}, FullCore(1)},
-                               {"bpu1"}},
-                      ScanCase{"a core with an empty devfreq is skipped",
-                               {{0, "", "", "", "", "", "7"}, FullCore(1)},
-                               {"bpu1"}},
-                      ScanCase{"names are not padded",
-                               Cores(11),
-                               {"bpu0", "bpu1", "bpu10", "bpu2", "bpu3", "bpu4", "bpu5", "bpu6",
-                                "bpu7", "bpu8", "bpu9"}}),
-    [](const auto& info) {
-      std::string name = info.param.what;
-      for (char& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-      }
-      return name;
-    });
 
 TEST_F(BpuMonitorTest, FirstDeviceWithReadableNameIsTheCores) {
   // Unreadable: no name file, an empty name file, a name that is a directory.

@@ -113,12 +113,6 @@ TEST(CpuMonitorTest, OfflineCpuKeepsItsItemAndBackwardsCountersGoNegative) {
                        "cpu  150 0 250 2100 0 0 0 0 0 0\ncpu0 50 0 150 1300\n"}));
   EXPECT_EQ(monitor.Items().at("cpu0")->count, 2u);
   EXPECT_EQ(monitor.Items().at("cpu1")->count, 1u);
-  // The block leaves fixed notation with two decimals on the stream.
-  std::ostringstream os;
-  monitor.Items().at("cpu1")->PrintToStream(os);
-  os.str("");
-  os << 1.0 / 3;
-  EXPECT_EQ(os.str(), "0.33");
 }
 
 TEST(CpuMonitorTest, IdenticalSamplesPrintNotANumber) {
@@ -127,21 +121,11 @@ TEST(CpuMonitorTest, IdenticalSamplesPrintNotANumber) {
   const std::string stat = "cpu  5 0 5 90 0 0 0 0 0 0\ncpu0 5 0 5 90 0 0 0 0 0 0\n";
   std::istringstream report(Passes(tree, monitor, {stat, stat}));
   EXPECT_TRUE(std::isnan(dynamic_cast<CpuResourceItem&>(*monitor.Items().at("total")).user));
-  // The stream writes "nan" or "-nan" depending on the NaN's sign, which differs by machine.
-  // A figure line: two blanks, 18 of [a-z ], ": ", then "nan" or "-nan". (Matched by hand:
-  // GCC 12 warns inside <regex> at -O1 with the sanitizers, which fails the asan build.)
-  const auto nan_line = [](const std::string& line) {
-    if (line.size() < 25 || line.compare(0, 2, "  ") != 0 || line.compare(20, 2, ": ") != 0) {
-      return false;
-    }
-    for (std::size_t i = 2; i < 20; ++i) {
-      if (line[i] != ' ' && (line[i] < 'a' || line[i] > 'z')) return false;
-    }
-    const std::string value = line.substr(22);
-    return value == "nan" || value == "-nan";
-  };
+  // "nan" or "-nan" by the NaN's sign, which differs by machine; no label holds "nan".
   int nan_lines = 0;
-  for (std::string line; std::getline(report, line);) nan_lines += nan_line(line);
+  for (std::string line; std::getline(report, line);) {
+    nan_lines += line.size() > 22 && line.find(": ") == 20 && line.find("nan", 22) != line.npos;
+  }
   EXPECT_EQ(nan_lines, 20);
 }
 

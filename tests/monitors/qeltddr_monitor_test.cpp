@@ -66,13 +66,6 @@ std::vector<unsigned char> Records(std::size_t count) {
   return bytes;
 }
 
-TEST(DdrGetValue, KeepsTheUpperHalfInMebibytes) {
-  EXPECT_EQ(QeltDdrMonitor::GetValue(0x00020000u), 2097152u);
-  EXPECT_EQ(QeltDdrMonitor::GetValue(0x0001FFFFu), 1048576u);
-  EXPECT_EQ(QeltDdrMonitor::GetValue(0x0000FFFFu), 0u);
-  EXPECT_EQ(QeltDdrMonitor::GetValue(0xFFFFFFFFu), 65535ull * 1048576ull);
-}
-
 TEST(DdrDecode, NewestCompleteRecordWins) {
   struct Case {
     std::size_t length;
@@ -131,15 +124,11 @@ class DdrMonitorTest : public ::testing::Test {
   std::vector<int> writers_;
 };
 
-TEST_F(DdrMonitorTest, NoDeviceNoItems) {
-  auto monitor = Build();
-  EXPECT_TRUE(monitor->Infos().empty());
-  EXPECT_FALSE(monitor->DoMonitor());
-  EXPECT_FALSE(monitor->DoMonitor());
-  EXPECT_TRUE(monitor->Items().empty());
-}
-
+// Devices are numbered from 0 without gaps; one that cannot be opened ends the search too.
 TEST_F(DdrMonitorTest, DevicesAreContiguousFromZero) {
+  auto none = Build();
+  EXPECT_FALSE(none->DoMonitor());
+  EXPECT_TRUE(none->Items().empty());
   for (int id : {0, 1, 3}) tree.Fifo("dev/ddrmonitor" + std::to_string(id));
   auto monitor = Build();
   std::vector<std::string> names;
@@ -149,18 +138,10 @@ TEST_F(DdrMonitorTest, DevicesAreContiguousFromZero) {
     for (int id : {0, 1}) Send(Writer(id), Records(1));
     EXPECT_TRUE(monitor->DoMonitor());
   }
-  EXPECT_NE(Item(*monitor, "ddr0"), nullptr);
-  EXPECT_NE(Item(*monitor, "ddr1"), nullptr);
   EXPECT_EQ(monitor->Items().size(), 2u);
-}
-
-TEST_F(DdrMonitorTest, AnUnopenableDeviceEndsTheSearch) {
-  tree.Fifo("dev/ddrmonitor0");
+  tree.Remove("dev/ddrmonitor1");
   tree.Mkdir("dev/ddrmonitor1");  // exists, but cannot be opened read-write
-  tree.Fifo("dev/ddrmonitor2");
-  auto monitor = Build();
-  ASSERT_EQ(monitor->Infos().size(), 1u);
-  EXPECT_EQ(monitor->Infos().front()->name, "ddr0");
+  EXPECT_EQ(Build()->Infos().size(), 1u);
 }
 
 TEST_F(DdrMonitorTest, DescriptorsAreCloseOnExecAndClosedWithTheMonitor) {
@@ -188,24 +169,6 @@ TEST_F(DdrMonitorTest, EachPassDecodesTheNewestRecordOfItsRead) {
   ASSERT_NE(item, nullptr);
   EXPECT_EQ(item->count, 2u);
   EXPECT_EQ(item->bandwidth.at("CPU").read, 174.0 * kMiB);
-}
-
-TEST_F(DdrMonitorTest, ShortOrEmptyReadLeavesTheItem) {
-  tree.Fifo("dev/ddrmonitor0");
-  auto monitor = Build();
-  const int fd = Writer(0);
-  Send(fd, Records(1));
-  monitor->DoMonitor();
-  Send(fd, Records(2));
-  monitor->DoMonitor();
-  const QeltDdrResourceItem* item = Item(*monitor, "ddr0");
-  ASSERT_NE(item, nullptr);
-  Send(fd, std::vector<unsigned char>(100, 0xFF));
-  EXPECT_TRUE(monitor->DoMonitor());
-  EXPECT_TRUE(monitor->DoMonitor());  // nothing to read at all
-  EXPECT_EQ(item->count, 1u);
-  EXPECT_EQ(item->bandwidth.at("CPU").read, 2.0 * kMiB);
-  EXPECT_EQ(monitor->Items().size(), 1u);
 }
 
 TEST_F(DdrMonitorTest, ReportBlockWithCmdSumApartFromTotal) {
