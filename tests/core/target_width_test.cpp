@@ -4,13 +4,11 @@
 
 #include <chrono>
 #include <climits>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <type_traits>
 
-#include "support/fixture_tree.h"
 #include "zefo/cpu_monitor.h"
 #include "zefo/memory_monitor.h"
 #include "zefo/zefo_resource_monitor.h"
@@ -63,16 +61,6 @@ TEST(UpdateTimeTest, WholeFromGetUpdateTimeAndCutToUnsignedLongByGetResourceInfo
   std::ostringstream report;
   monitor.PrintToStream(report);
   EXPECT_EQ(report.str().rfind("update time: " + std::to_string(whole) + "\n", 0), 0u);
-}
-
-TEST(UpdateTimeTest, FacadeForwards) {
-  testing::FixtureTree tree;
-  ZefoResourceMonitorApi api(60000, std::set<std::string>{"1"}, tree.paths());
-  const uint64_t whole = WaitForFirstPass(api);
-  ASSERT_GT(whole, uint64_t{1} << 40);
-  unsigned long legacy = 0;
-  api.GetResourceInfo(legacy, nullptr);
-  EXPECT_EQ(legacy, static_cast<unsigned long>(whole));
 }
 
 }  // namespace

@@ -98,27 +98,6 @@ TEST(AggregatorShutdownTest, DestroyingReturnsWithinThePassInProgress) {
   EXPECT_LT(Clock::now() - start, milliseconds(1500));
 }
 
-TEST(AggregatorShutdownTest, HostsReadingConcurrentlyWhileItStops) {
-  auto* monitor = new ZefoResourceMonitor({new SlowMonitor(Cpu), new SlowMonitor(Disk)}, 0);
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> hosts;
-  for (int t = 0; t < 3; ++t) {
-    hosts.emplace_back([&, t] {
-      while (!stop) {
-        unsigned long update_time = 0;
-        std::ostringstream sink;
-        if (t == 0) monitor->GetResourceInfo(update_time, [](ResourceMonitorType, const auto&) {});
-        if (t == 1) monitor->GetResourceItem(Cpu, "x");
-        if (t == 2) monitor->PrintToStream(sink);
-      }
-    });
-  }
-  std::this_thread::sleep_for(milliseconds(100));
-  stop = true;
-  for (auto& host : hosts) host.join();
-  delete monitor;
-}
-
 // Writes its one item in two halves, a little apart, with its own pass number, so a reader
 // that is not kept out for a whole pass sees the halves, or two monitors, disagree.
 class HalvesMonitor : public BaseMonitor {
