@@ -30,6 +30,10 @@ while [[ $# -gt 0 ]]; do
     *) targets+=("$1"); shift ;;
   esac
 done
+if [[ ! -d $build ]]; then
+  echo "$0: no $build (cmake --preset fuzz && cmake --build --preset fuzz)" >&2
+  exit 2
+fi
 build=$(cd "$build" && pwd)
 if [[ ${#targets[@]} -eq 0 ]]; then
   for seeds in "$here"/corpus/*/; do targets+=("$(basename "$seeds")"); done
