@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "fuzz_support.h"
-#include "monitors/counter_math.h"
+#include "core/counter_math.h"
 #include "monitors/cpu_parse.h"
 #include "support/proc_sscanf_reference.h"
 #include "zefo/cpu_monitor.h"

@@ -3,10 +3,10 @@
 #include <iomanip>
 #include <list>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
 #include "core/path_join.h"
 #include "core/scan_cursor.h"
-#include "monitors/counter_math.h"
 #include "monitors/cpu_parse.h"
 
 namespace zefo {

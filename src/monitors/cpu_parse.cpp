@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "monitors/counter_math.h"
+#include "core/counter_math.h"
 #include "zefo/base_monitor.h"
 
 namespace zefo {

@@ -5,9 +5,9 @@
 
 #include <iomanip>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
 #include "core/path_join.h"
-#include "monitors/counter_math.h"
 #include "monitors/disk_parse.h"
 
 namespace zefo {

@@ -3,8 +3,8 @@
 #include <iomanip>
 #include <list>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
-#include "monitors/counter_math.h"
 #include "monitors/memory_parse.h"
 
 namespace zefo {

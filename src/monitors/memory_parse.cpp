@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
 #include "core/scan_cursor.h"
 #include "zefo/base_monitor.h"
@@ -42,8 +43,7 @@ class MeminfoLines {
     for (const MeminfoKey& entry : kMeminfoKeys) {
       if (std::strcmp(name_, entry.key) != 0) continue;
       // Unsigned arithmetic: a hostile number times the unit wraps instead of overflowing.
-      state_.*entry.field =
-          static_cast<long long>(static_cast<unsigned long long>(number_) * UnitMultiplier(unit_));
+      state_.*entry.field = WrappingMul(number_, UnitMultiplier(unit_));
       break;
     }
   }

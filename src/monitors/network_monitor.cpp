@@ -3,8 +3,8 @@
 #include <iomanip>
 #include <iterator>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
-#include "monitors/counter_math.h"
 #include "monitors/network_parse.h"
 
 namespace zefo {

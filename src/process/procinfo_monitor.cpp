@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <utility>
 
+#include "core/counter_math.h"
 #include "core/file_reader.h"
 #include "core/path_join.h"
 #include "process/procinfo_parse.h"
@@ -15,14 +16,12 @@ namespace zefo {
 
 namespace {
 
-// Differences and products of kernel counters, wrapping rather than overflowing when a counter
-// is nonsense (or a reused process id pairs two unrelated samples).
-int64_t Diff(long long current, long long previous) {
-  return static_cast<int64_t>(static_cast<uint64_t>(current) - static_cast<uint64_t>(previous));
-}
+// Differences and products of kernel counters wrap rather than overflow when a counter is
+// nonsense (or a reused process id pairs two unrelated samples).
+using detail::WrappingSub;
 
 int64_t Pages(long long pages, int64_t page_size) {
-  return static_cast<int64_t>(static_cast<uint64_t>(pages) * static_cast<uint64_t>(page_size));
+  return detail::WrappingMul(pages, static_cast<unsigned long long>(page_size));
 }
 
 // Makes `state` a fresh sample (strings empty, numbers zero, no interfaces) while its strings
@@ -57,10 +56,10 @@ void ProcInfoResourceInfo::DoUpdate(const std::string& /*name*/, ProcInfoResourc
 
   // The process times are in hundredths of a second and the machine total in clock ticks; the
   // two agree on the usual 100-tick kernel. Scaled by the core count, one busy core reads 100.
-  const double span = static_cast<double>(Diff(current.cpu.total, previous.cpu.total));
-  item->user = static_cast<double>(Diff(current.utime_cs, previous.utime_cs)) * 100.0 *
+  const double span = static_cast<double>(WrappingSub(current.cpu.total, previous.cpu.total));
+  item->user = static_cast<double>(WrappingSub(current.utime_cs, previous.utime_cs)) * 100.0 *
                current.cpu.cores / span;
-  item->system = static_cast<double>(Diff(current.stime_cs, previous.stime_cs)) * 100.0 *
+  item->system = static_cast<double>(WrappingSub(current.stime_cs, previous.stime_cs)) * 100.0 *
                  current.cpu.cores / span;
   item->iowait = current.blkio_ticks;
 
@@ -89,9 +88,9 @@ void ProcInfoResourceInfo::DoUpdate(const std::string& /*name*/, ProcInfoResourc
 
   // No guard on purpose: a zero interval shows as inf or nan rather than as a plausible figure.
   item->io_read_bandwidth =
-      static_cast<double>(Diff(current.read_bytes, previous.read_bytes)) / elapsed;
+      static_cast<double>(WrappingSub(current.read_bytes, previous.read_bytes)) / elapsed;
   item->io_write_bandwidth =
-      static_cast<double>(Diff(current.write_bytes, previous.write_bytes)) / elapsed;
+      static_cast<double>(WrappingSub(current.write_bytes, previous.write_bytes)) / elapsed;
 }
 
 // ---- report ----------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/counter_math.h"
 #include "core/scan_cursor.h"
 #include "zefo/base_monitor.h"
 
@@ -59,17 +60,6 @@ std::string_view FirstWord(std::string_view line) {
     ++j;
   }
   return line.substr(i, j - i);
-}
-
-// Counter arithmetic that wraps instead of overflowing on nonsense input.
-long long WrappingSum(const long long* values, int count) {
-  uint64_t sum = 0;
-  for (int i = 0; i < count; ++i) sum += static_cast<uint64_t>(values[i]);
-  return static_cast<long long>(sum);
-}
-
-long long WrappingScale(long long value, uint64_t factor) {
-  return static_cast<long long>(static_cast<uint64_t>(value) * factor);
 }
 
 // Whether the lines of `text` need their NUL search (a NUL ends a line for scanf).
@@ -246,7 +236,7 @@ void ParseStatus(std::string_view text, ProcInfoState& out) {
     long long& field = out.*key;
     std::string_view word_unit;
     if (c.Number(field) && c.Word(kWidth, word_unit)) unit = word_unit;
-    field = WrappingScale(field, UnitMultiplier(unit));
+    field = WrappingMul(field, UnitMultiplier(unit));
   }
 }
 
@@ -332,7 +322,9 @@ bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
   // there rather than overflowing.
   if (cores > 0 && cores < INT_MAX) cores += 1;
   out.cores = cores;
-  out.total = WrappingSum(counters, 10);
+  long long total = 0;
+  for (long long counter : counters) total = WrappingAdd(total, counter);
+  out.total = total;
   return true;
 }
 

@@ -1,5 +1,5 @@
-#ifndef ZEFO_SRC_MONITORS_COUNTER_MATH_H_
-#define ZEFO_SRC_MONITORS_COUNTER_MATH_H_
+#ifndef ZEFO_SRC_CORE_COUNTER_MATH_H_
+#define ZEFO_SRC_CORE_COUNTER_MATH_H_
 
 namespace zefo {
 namespace detail {
@@ -17,7 +17,12 @@ inline long long WrappingSub(long long a, long long b) {
                                 static_cast<unsigned long long>(b));
 }
 
+// A count times a unit (pages times the page size, kB times 1024).
+inline long long WrappingMul(long long value, unsigned long long factor) {
+  return static_cast<long long>(static_cast<unsigned long long>(value) * factor);
+}
+
 }  // namespace detail
 }  // namespace zefo
 
-#endif  // ZEFO_SRC_MONITORS_COUNTER_MATH_H_
+#endif  // ZEFO_SRC_CORE_COUNTER_MATH_H_
