@@ -4,8 +4,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "fuzz_support.h"
 #include "core/counter_math.h"
+#include "fuzz_support.h"
 #include "monitors/cpu_parse.h"
 #include "support/proc_sscanf_reference.h"
 #include "zefo/cpu_monitor.h"
