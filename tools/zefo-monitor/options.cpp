@@ -89,21 +89,24 @@ ParseResult ParseOptions(int argc, char** argv) {
                                                  : "'" + text + "' is not a process id";
           },
           ""));
-  app.add_option("--procfs", opt.paths.procfs, "Where procfs is mounted")
-      ->type_name("DIR")
-      ->default_val("/proc");
-  app.add_option("--sysfs", opt.paths.sysfs, "Where sysfs is mounted")
-      ->type_name("DIR")
-      ->default_val("/sys");
-  app.add_option("--devfs", opt.paths.devfs, "Where the device nodes are")
-      ->type_name("DIR")
-      ->default_val("/dev");
-  app.add_option("--regdir", opt.paths.regdir, "The process registration directory")
-      ->type_name("DIR")
-      ->default_val("/tmp/zefo/proc");
-  app.add_option("--rootfs", opt.paths.rootfs, "The root under which mount points are queried")
-      ->type_name("DIR")
-      ->default_val("/");
+  // The kernel's roots, defaulting to where a running system has them.
+  const KernelPaths system;
+  const struct {
+    const char* flag;
+    std::string KernelPaths::*root;
+    const char* help;
+  } roots[] = {
+      {"--procfs", &KernelPaths::procfs, "Where procfs is mounted"},
+      {"--sysfs", &KernelPaths::sysfs, "Where sysfs is mounted"},
+      {"--devfs", &KernelPaths::devfs, "Where the device nodes are"},
+      {"--regdir", &KernelPaths::regdir, "The process registration directory"},
+      {"--rootfs", &KernelPaths::rootfs, "The root under which mount points are queried"},
+  };
+  for (const auto& root : roots) {
+    app.add_option(root.flag, opt.paths.*root.root, root.help)
+        ->type_name("DIR")
+        ->default_val(system.*root.root);
+  }
 
   app.add_option("--format", format_name,
                  "How each pass is written: report (the text report), line (one line per "
