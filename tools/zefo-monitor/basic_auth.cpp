@@ -46,18 +46,26 @@ bool IsBcryptHash(const std::string& hash) {
   return prefix && hash.size() == 60 && !Crypt("", hash).empty();
 }
 
+std::string BasicAuth::Key(const std::string& user, const std::string& password) const {
+  const auto found = users_.find(user);
+  return found == users_.end() ? std::string()
+                               : Sha256(user + '\0' + password + '\0' + found->second);
+}
+
+bool BasicAuth::Remembered(const std::string& user, const std::string& password) {
+  const std::string key = Key(user, password);
+  std::lock_guard<std::mutex> lock(mutex_);
+  return !key.empty() && passed_.count(key) > 0;
+}
+
 bool BasicAuth::Check(const std::string& user, const std::string& password) {
   if (users_.empty()) return false;
+  if (Remembered(user, password)) return true;
   const auto found = users_.find(user);
-  // An unknown user costs a bcrypt check too, so timing does not tell which names exist.
+  // An unknown user costs a bcrypt round too, so timing does not tell which names exist.
   const std::string& hash = found != users_.end() ? found->second : users_.begin()->second;
-  const std::string key = Sha256(user + '\0' + password + '\0' + hash);
-  if (found != users_.end() && !key.empty()) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (passed_.count(key) > 0) return true;
-  }
-  const bool same = SameBytes(Crypt(password, hash), hash);
-  if (!same || found == users_.end()) return false;
+  if (!SameBytes(Crypt(password, hash), hash) || found == users_.end()) return false;
+  const std::string key = Key(user, password);
   if (!key.empty()) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (passed_.size() >= kMaxRemembered) passed_.clear();

@@ -17,11 +17,16 @@ class BasicAuth {
   explicit BasicAuth(std::map<std::string, std::string> users) : users_(std::move(users)) {}
 
   bool enabled() const { return !users_.empty(); }
+  // Whether the pair passed a check before: a hash, no bcrypt round.
+  bool Remembered(const std::string& user, const std::string& password);
+  // The whole check: a bcrypt round unless the pair is remembered.
   bool Check(const std::string& user, const std::string& password);
 
  private:
   const std::map<std::string, std::string> users_;
   std::mutex mutex_;
+  std::string Key(const std::string& user, const std::string& password) const;
+
   std::set<std::string> passed_;  // SHA-256 of user, password and hash that bcrypt accepted
 };
 

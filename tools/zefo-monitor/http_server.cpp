@@ -19,6 +19,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // The TLS versions offered: 1.2 and 1.3, with the system's choice of ciphers.
+// bcrypt rounds that may wait for the checker thread; past it a login gets 503.
+constexpr std::size_t kMaxLoginsQueued = 16;
+
 constexpr const char* kTlsPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 std::string Base64(const std::string& bytes) {
@@ -99,19 +102,18 @@ bool HasBody(MHD_Connection* connection) {
 
 // The server library's callbacks, handed to the server object they belong to.
 struct HttpServerCallbacks {
-  struct Pending {
-    std::string target;
-    bool seen = false;
-    bool answered = false;
-  };
+  using Pending = HttpServer::Pending;
 
   // Called when a request line has arrived: its target, kept for the request's whole life.
   static void* Begin(void*, const char* uri, MHD_Connection*) {
-    return new Pending{uri != nullptr ? uri : "", false, false};
+    auto* pending = new Pending;
+    pending->target = uri != nullptr ? uri : "";
+    return pending;
   }
 
   static MHD_Result Request(void* self, MHD_Connection* connection, const char*, const char* method,
                             const char*, const char*, std::size_t* upload_size, void** request) {
+    auto* server = static_cast<HttpServer*>(self);
     auto* pending = static_cast<Pending*>(*request);
     if (pending == nullptr) return MHD_NO;
     if (pending->answered) {
@@ -123,11 +125,13 @@ struct HttpServerCallbacks {
     // connection is closed after the answer instead).
     if (!pending->seen) {
       pending->seen = true;
+      server->Track(connection, false);
       if (!HasBody(connection)) return MHD_YES;
+    } else if (server->Suspend(connection, *pending)) {
+      return MHD_YES;
     }
     pending->answered = true;
-    return static_cast<HttpServer*>(self)->Serve(connection, method, pending->target) ? MHD_YES
-                                                                                      : MHD_NO;
+    return server->Serve(connection, method, *pending) ? MHD_YES : MHD_NO;
   }
 
   static void Completed(void* self, MHD_Connection* connection, void** request,
@@ -148,6 +152,56 @@ struct HttpServerCallbacks {
     }
   }
 };
+
+bool HttpServer::Suspend(MHD_Connection* connection, Pending& pending) {
+  if (!auth_.enabled() || pending.login != Login::kUnchecked) return false;
+  char* password = nullptr;
+  char* user = MHD_basic_auth_get_username_password(connection, &password);
+  if (user != nullptr && password != nullptr) {
+    pending.user = user;
+    pending.password = password;
+  }
+  MHD_free(user);
+  MHD_free(password);
+  if (user == nullptr || password == nullptr) {
+    pending.login = Login::kFailed;
+  } else if (auth_.Remembered(pending.user, pending.password)) {
+    pending.login = Login::kPassed;
+  } else {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // A few rounds queued are a few scrapers logging in; more are someone guessing.
+    if (logins_.size() >= kMaxLoginsQueued || stopping_) {
+      pending.login = Login::kBusy;
+      return false;
+    }
+    pending.login = Login::kChecking;
+    MHD_suspend_connection(connection);
+    logins_.emplace_back(connection, &pending);
+    login_wake_.notify_one();
+    return true;
+  }
+  return false;
+}
+
+void HttpServer::CheckLogins() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (true) {
+    login_wake_.wait(lock, [this] { return stopping_ || !logins_.empty(); });
+    if (logins_.empty()) return;
+    const auto [connection, pending] = logins_.front();
+    logins_.pop_front();
+    if (!stopping_) {
+      lock.unlock();
+      const bool passed = auth_.Check(pending->user, pending->password);
+      lock.lock();
+      pending->login = passed ? Login::kPassed : Login::kFailed;
+    } else {
+      pending->login = Login::kBusy;
+    }
+    pending->password.clear();
+    MHD_resume_connection(connection);
+  }
+}
 
 HttpServer::HttpServer(RouteContext context, const WebConfig& web, HttpLimits limits)
     : context_(std::move(context)), web_(web), limits_(limits), auth_(web.users) {}
@@ -190,11 +244,10 @@ void HttpServer::Sweep() {
   }
 }
 
-bool HttpServer::Serve(MHD_Connection* connection, const char* method, const std::string& target) {
-  Track(connection, false);
+bool HttpServer::Serve(MHD_Connection* connection, const char* method, const Pending& pending) {
   HttpRequest request;
   request.method = method != nullptr ? method : "";
-  request.target = target;
+  request.target = pending.target;
   request.accept = Header(connection, MHD_HTTP_HEADER_ACCEPT);
   request.accept_encoding = Header(connection, MHD_HTTP_HEADER_ACCEPT_ENCODING);
   request.has_body = HasBody(connection);
@@ -219,16 +272,14 @@ bool HttpServer::Serve(MHD_Connection* connection, const char* method, const std
       refused = true;
     }
   }
-  bool unauthorized = false;
-  if (!refused && auth_.enabled()) {
-    char* password = nullptr;
-    char* user = MHD_basic_auth_get_username_password(connection, &password);
-    unauthorized = user == nullptr || password == nullptr || !auth_.Check(user, password);
-    MHD_free(user);
-    MHD_free(password);
-    if (unauthorized) {
-      answer = {401, "text/plain; charset=utf-8", "a user name and password are required\n", {}};
-    }
+  // A request with a body is refused whoever sends it; its login is never looked at.
+  const bool unauthorized = !refused && !request.has_body && auth_.enabled() &&
+                            pending.login != Login::kPassed && pending.login != Login::kBusy;
+  if (unauthorized) {
+    answer = {401, "text/plain; charset=utf-8", "a user name and password are required\n", {}};
+  } else if (!refused && !request.has_body && pending.login == Login::kBusy) {
+    answer = {503, "text/plain; charset=utf-8", "too many logins at once; try again\n", {}};
+    refused = true;
   }
   if (!refused && !unauthorized) answer = Answer(request, context_);
 
@@ -259,7 +310,7 @@ std::string HttpServer::Listen(const std::string& host, int port) {
                                               : reinterpret_cast<sockaddr_in*>(&bound)->sin_port);
   }
 
-  unsigned flags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC;
+  unsigned flags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_ALLOW_SUSPEND_RESUME;
   std::vector<MHD_OptionItem> options = {
       {MHD_OPTION_LISTEN_SOCKET, fd, nullptr},
       {MHD_OPTION_THREAD_POOL_SIZE, static_cast<intptr_t>(limits_.threads), nullptr},
@@ -293,6 +344,7 @@ std::string HttpServer::Listen(const std::string& host, int port) {
     return "the HTTP server did not start";
   }
   sweeper_ = std::thread([this] { Sweep(); });
+  checker_ = std::thread([this] { CheckLogins(); });
   return std::string();
 }
 
@@ -302,7 +354,10 @@ void HttpServer::Stop() {
     stopping_ = true;
   }
   wake_.notify_all();
+  login_wake_.notify_all();
   if (sweeper_.joinable()) sweeper_.join();
+  // Resumes every suspended login (as refused) before the server closes the connections.
+  if (checker_.joinable()) checker_.join();
   // Closes every connection at once, whatever its client is doing.
   if (daemon_ != nullptr) MHD_stop_daemon(daemon_);
   daemon_ = nullptr;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -49,8 +50,21 @@ class HttpServer {
     int fd;
     std::chrono::steady_clock::time_point deadline;
   };
-  // The answer to a request whose line and headers have all arrived: true if it was queued.
-  bool Serve(MHD_Connection* connection, const char* method, const std::string& target);
+  enum class Login { kUnchecked, kChecking, kPassed, kFailed, kBusy };
+  // One request, from its request line to its answer.
+  struct Pending {
+    std::string target;
+    bool seen = false;      // the headers are in
+    bool answered = false;  // the answer is queued
+    Login login = Login::kUnchecked;
+    std::string user, password;
+  };
+  // True if the request's login needs a bcrypt round: the connection is then suspended until
+  // the checker thread has done it (the server's threads never wait for one).
+  bool Suspend(MHD_Connection* connection, Pending& pending);
+  void CheckLogins();
+  // The answer to a request whose headers have all arrived: true if it was queued.
+  bool Serve(MHD_Connection* connection, const char* method, const Pending& pending);
   void Track(MHD_Connection* connection, bool waiting);
   void Forget(MHD_Connection* connection);
   void Sweep();
@@ -70,6 +84,10 @@ class HttpServer {
   bool stopping_ = false;
   std::map<MHD_Connection*, Tracked> waiting_;
   std::thread sweeper_;
+  // Logins waiting for their bcrypt round, checked one at a time on their own thread.
+  std::deque<std::pair<MHD_Connection*, Pending*>> logins_;
+  std::condition_variable login_wake_;
+  std::thread checker_;
 };
 
 // The Content-Security-Policy of the dashboard `page`: nothing from outside the board, only the
