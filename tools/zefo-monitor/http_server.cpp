@@ -168,14 +168,18 @@ bool HttpServer::Suspend(MHD_Connection* connection, Pending& pending) {
   } else if (auth_.Remembered(pending.user, pending.password)) {
     pending.login = Login::kPassed;
   } else {
-    std::lock_guard<std::mutex> lock(mutex_);
-    // A few rounds queued are a few scrapers logging in; more are someone guessing.
-    if (logins_.size() >= kMaxLoginsQueued || stopping_) {
-      pending.login = Login::kBusy;
-      return false;
+    {
+      // A few rounds queued are a few scrapers logging in; more are someone guessing.
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (logins_.size() >= kMaxLoginsQueued || stopping_) {
+        pending.login = Login::kBusy;
+        return false;
+      }
     }
+    // The server library is never called with our lock held: its callbacks take it.
     pending.login = Login::kChecking;
     MHD_suspend_connection(connection);
+    std::lock_guard<std::mutex> lock(mutex_);
     logins_.emplace_back(connection, &pending);
     login_wake_.notify_one();
     return true;
@@ -190,16 +194,17 @@ void HttpServer::CheckLogins() {
     if (logins_.empty()) return;
     const auto [connection, pending] = logins_.front();
     logins_.pop_front();
-    if (!stopping_) {
-      lock.unlock();
-      const bool passed = auth_.Check(pending->user, pending->password);
-      lock.lock();
-      pending->login = passed ? Login::kPassed : Login::kFailed;
-    } else {
+    const bool stopping = stopping_;
+    lock.unlock();
+    if (stopping) {
       pending->login = Login::kBusy;
+    } else {
+      pending->login =
+          auth_.Check(pending->user, pending->password) ? Login::kPassed : Login::kFailed;
     }
     pending->password.clear();
     MHD_resume_connection(connection);
+    lock.lock();
   }
 }
 
