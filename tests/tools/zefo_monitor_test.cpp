@@ -146,7 +146,7 @@ TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
        "/nonexistent-zefo-dir: No such file or directory"},
       {{"--output", "/"}, "/ is a directory"},
       {{"--listen", "127.0.0.1"}, "'127.0.0.1' is not an address and port"},
-      {{"--listen", ":9464"}, "':9464' names no address"},
+      {{"--web-config", "web.yml"}, "--web-config needs --listen"},
       {{"--listen", "127.0.0.1:65536"}, "'65536' is not a port"},
       {{"--listen", "[::1"}, "is not an address and port"},
 #ifdef ZEFO_WITH_HTTP

@@ -2,6 +2,8 @@
 // metrics exposition) to standard output or a file, and serves the newest one over HTTP, until
 // interrupted.
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -20,6 +22,8 @@
 #ifdef ZEFO_WITH_HTTP
 #include "dashboard_page.h"
 #include "http_server.h"
+#include "pass_store.h"
+#include "web_config.h"
 #endif
 
 namespace {
@@ -96,20 +100,36 @@ int main(int argc, char** argv) {
                              kHistoryBudgetBytes);
   std::unique_ptr<zefo::cli::HttpServer> server;
   if (opt.listen) {
+    // Seen by ps and top under the name people started, not the helper's.
+    prctl(PR_SET_NAME, "zefo-monitor", 0, 0, 0);
     // A scraper that hangs up mid-answer must not kill the tool.
     signal(SIGPIPE, SIG_IGN);
+    // Every held connection is a descriptor: allow as many as the hard limit does.
+    struct rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+      files.rlim_cur = files.rlim_max;
+      setrlimit(RLIMIT_NOFILE, &files);
+    }
+    zefo::cli::WebConfig web;
+    if (!opt.web_config.empty()) {
+      const std::string problem = zefo::cli::LoadWebConfig(opt.web_config, web);
+      if (!problem.empty()) return Fail("--web-config " + opt.web_config + ": " + problem);
+    }
     const auto& where = opt.listen_address;
-    const std::string shown =
-        where.host.find(':') != std::string::npos ? "[" + where.host + "]" : where.host;
-    server = std::make_unique<zefo::cli::HttpServer>();
-    zefo::cli::AddRoutes(*server, store, format_options);
-    const std::string problem = server->Bind(where.host, where.port);
+    const std::string shown = where.host.empty()                          ? std::string("*")
+                              : where.host.find(':') != std::string::npos ? "[" + where.host + "]"
+                                                                          : where.host;
+    const std::string_view page = zefo::cli::DashboardPage();
+    server = std::make_unique<zefo::cli::HttpServer>(
+        zefo::cli::RouteContext{store, format_options, zefo::cli::DashboardPolicy(page)}, web);
+    const std::string problem = server->Listen(where.host, where.port);
     if (!problem.empty()) {
       return Fail("cannot listen on " + shown + ":" + std::to_string(where.port) + ": " + problem);
     }
-    server->Start();
-    const std::string base = "http://" + shown + ":" + std::to_string(server->port()) + "/";
-    std::cerr << "zefo-monitor: serving " << base << "metrics" << std::endl;
+    const std::string base = std::string(web.tls() ? "https" : "http") + "://" + shown + ":" +
+                             std::to_string(server->port()) + "/";
+    std::cerr << "zefo-monitor: serving " << base << "metrics"
+              << (web.users.empty() ? "" : " (basic auth)") << std::endl;
     std::cerr << "zefo-monitor: "
               << (zefo::cli::DashboardBuilt() ? "dashboard at " + base
                                               : "this build has no dashboard; see " + base)

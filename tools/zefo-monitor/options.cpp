@@ -35,7 +35,8 @@ CLI::Validator WholeNumber(long long min, long long max) {
 }  // namespace
 
 std::string ParseListenAddress(const std::string& text, ListenAddress& out) {
-  const std::string example = " (give ADDRESS:PORT, e.g. 127.0.0.1:9464 or [::1]:9464)";
+  const std::string example =
+      " (give ADDRESS:PORT, e.g. 127.0.0.1:9464 or [::1]:9464, or :PORT for every address)";
   std::string host, port;
   if (!text.empty() && text[0] == '[') {
     const std::size_t close = text.find(']');
@@ -52,7 +53,6 @@ std::string ParseListenAddress(const std::string& text, ListenAddress& out) {
     host = text.substr(0, colon);
     port = text.substr(colon + 1);
   }
-  if (host.empty()) return "'" + text + "' names no address" + example;
   errno = 0;
   const long number = common::util::IsNumeric(port) ? std::strtol(port.c_str(), nullptr, 10) : -1;
   if (port.empty() || errno == ERANGE || number < 0 || number > 65535) {
@@ -151,6 +151,12 @@ ParseResult ParseOptions(int argc, char** argv) {
       ->type_name("SECONDS")
       ->check(WholeNumber(0, 86400))
       ->default_val(600);
+  app.add_option("--web-config", opt.web_config,
+                 "With --listen, serve over TLS and/or ask for basic-auth users as FILE says (the "
+                 "web configuration file of Prometheus exporters: tls_server_config with "
+                 "cert_file, key_file and optionally client_ca_file, basic_auth_users with "
+                 "bcrypt hashes); read once at start")
+      ->type_name("FILE");
 
   try {
     app.parse(argc, argv);
@@ -172,6 +178,11 @@ ParseResult ParseOptions(int argc, char** argv) {
   if (!listen.empty()) {
     opt.listen = true;
     ParseListenAddress(listen, opt.listen_address);
+  }
+  if (app.count("--web-config") > 0 && !opt.listen) {
+    std::cerr << "zefo-monitor: --web-config needs --listen\n";
+    result.exit_code = 2;
+    return result;
   }
   result.run = true;
   return result;

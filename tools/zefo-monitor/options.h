@@ -10,8 +10,8 @@
 
 namespace zefo::cli {
 
-// Where --listen binds: a host name or address (IPv6 without brackets) and a port; port 0 lets
-// the system choose one.
+// Where --listen binds: a host name or address (IPv6 without brackets; "" for every address)
+// and a port; port 0 lets the system choose one.
 struct ListenAddress {
   std::string host;
   int port = 0;
@@ -28,9 +28,11 @@ struct Options {
   bool listen = false;
   ListenAddress listen_address;
   int history_seconds = 600;  // how far back /api/history reaches with --listen
+  std::string web_config;     // --web-config FILE: TLS and basic auth for --listen
 };
 
-// "127.0.0.1:9464", "[::1]:9464", "localhost:9464" into `out`; "" or what is wrong.
+// "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or
+// what is wrong.
 std::string ParseListenAddress(const std::string& text, ListenAddress& out);
 
 // What the command line asked for: run with `options`, or exit at once with `exit_code` (help
