@@ -117,8 +117,8 @@ pids+=($!)
 pids+=($!)
 cat >"$work/prometheus.yml" <<YAML
 global:
-  scrape_interval: 1s
-  scrape_timeout: 1s
+  scrape_interval: 2s
+  scrape_timeout: 2s
 scrape_configs:
   - job_name: zefo
     static_configs: [{targets: ["127.0.0.1:$zefo_port"]}]
