@@ -113,6 +113,7 @@ std::string SafeDir::TempPrefix(const std::string& name) {
 }
 
 std::string SafeDir::Shown(std::string_view name) const {
+  if (name.empty()) return path_.empty() ? "." : path_;
   if (path_.empty()) return std::string(name);
   return path_ + (path_.back() == '/' ? "" : "/") + std::string(name);
 }

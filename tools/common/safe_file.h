@@ -63,6 +63,7 @@ class SafeDir {
   static std::string TempPrefix(const std::string& name);
 
  private:
+  // `name` in this directory, as the user gave it ("" shows the directory itself).
   std::string Shown(std::string_view name) const;
   // Creates an unnamed or randomly named temporary; `temp` gets its name ("" when unnamed).
   int CreateTemp(const std::string& name, mode_t mode, std::string& temp, std::string& error) const;
