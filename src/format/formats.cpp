@@ -3,6 +3,8 @@
 
 #include <sstream>
 
+#include "format/text.h"
+
 namespace zefo::format {
 
 namespace {
@@ -52,6 +54,10 @@ const char* ContentType(Format format) {
     if (f.format == format) return f.content_type;
   }
   return "application/octet-stream";
+}
+
+std::string EscapeForTerminal(std::string_view text) {
+  return detail::EscapeControls(text, true);
 }
 
 std::string FormatPass(const Snapshot& pass, Format format, const FormatOptions& options) {

@@ -54,13 +54,10 @@ std::string Fixed(double value, int decimals, const char* unit) {
   return buffer;
 }
 
-// A name as a terminal can show it: valid UTF-8, control characters as '?'.
+// A name as a terminal can show it: control characters and bytes that are not UTF-8 escaped,
+// so the line stays one line and a process cannot send the terminal commands.
 std::string Printable(const std::string& name) {
-  std::string out = detail::ValidUtf8(name);
-  for (char& c : out) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  }
-  return out;
+  return detail::EscapeControls(name, false);
 }
 
 std::string Time(uint64_t update_time_ms, bool utc) {

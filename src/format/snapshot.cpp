@@ -2,6 +2,7 @@
 
 #include <climits>
 
+#include "format/text.h"
 #include "zefo/zefo_resource_monitor.h"
 
 namespace zefo::format {
@@ -33,6 +34,21 @@ Snapshot Take(Monitor& monitor) {
   return pass;
 }
 
+void Cut(std::string& text, std::size_t max_bytes) {
+  if (text.size() > max_bytes) std::string(detail::CutUtf8(text, max_bytes)).swap(text);
+}
+
+void CopyProcesses(const std::map<std::string, ResourceItem*>& items,
+                   std::map<std::string, ProcInfoResourceItem>& into) {
+  for (const auto& [name, item] : items) {
+    const auto* typed = dynamic_cast<const ProcInfoResourceItem*>(item);
+    if (typed == nullptr) continue;
+    ProcInfoResourceItem& copy = into.insert_or_assign(name, *typed).first->second;
+    Cut(copy.zefo_name, kMaxRegisteredNameBytes);
+    Cut(copy.cmd_line, kMaxCommandLineBytes);
+  }
+}
+
 }  // namespace
 
 void Snapshot::Add(ResourceMonitorType type, const std::map<std::string, ResourceItem*>& items) {
@@ -60,7 +76,7 @@ void Snapshot::Add(ResourceMonitorType type, const std::map<std::string, Resourc
       CopyItems(items, ddr);
       break;
     case ProcInfo:
-      CopyItems(items, process);
+      CopyProcesses(items, process);
       break;
   }
 }

@@ -270,14 +270,22 @@ bool ProcInfoMonitor::GetZefoName(const std::string& pid, ProcInfoState& state) 
   // Any user may write under the registration directory, so a link planted at either file is
   // not followed, and only a regular file is read (never a FIFO or a device). The pid file is
   // read first: without a match there the name file does not matter.
+  // A name is a name: a registration file is read no further than one page, and one that goes
+  // on past it registers nothing.
+  const auto read = [this](std::string& into) {
+    if (detail::ReadWholeFile(reg_path_, into, detail::FollowLinks::kNo,
+                              detail::FileKind::kCheckRegular,
+                              detail::kMaxRegistrationFileBytes) != detail::ReadStatus::kOk) {
+      into.clear();
+    }
+  };
   detail::AssignJoined(reg_path_, Paths().regdir, pid);
   reg_path_ += "/pid";
-  if (!ReadText(reg_path_, text2_, false) || !detail::RegisteredPidMatches(text2_, pid)) {
-    return true;
-  }
+  read(text2_);
+  if (!detail::RegisteredPidMatches(text2_, pid)) return true;
   reg_path_.resize(reg_path_.size() - 3);
   reg_path_ += "name";
-  ReadText(reg_path_, text_, false);
+  read(text_);
   detail::ParseRegistration(text_, text2_, pid, state.zefo_name);
   return true;
 }

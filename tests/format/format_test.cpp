@@ -136,6 +136,21 @@ TEST(FormatTextTest, Utf8AndNumbers) {
   for (const auto& [in, out] : utf8) EXPECT_EQ(detail::ValidUtf8(in), out) << in;
   EXPECT_EQ(detail::CutUtf8("\xC3\xA9\xC3\xA9", 3), "\xC3\xA9");
   EXPECT_EQ(detail::CutUtf8("abc", 5), "abc");
+  EXPECT_EQ(detail::CutUtf8("ab\x80\x80\x80\x80\x80", 6), "ab\x80\x80\x80\x80");  // not UTF-8
+
+  // What a terminal is shown: nothing it would take as a command, nothing ambiguous.
+  const std::pair<std::string, std::string> terminal[] = {
+      {"\x1b[2J\x1b]0;owned\x07", "\\x1b[2J\\x1b]0;owned\\x07"},
+      {std::string("cr\rnul\0tab\tdel\x7f", 15), "cr\\x0dnul\\x00tab\\x09del\\x7f"},
+      {"csi\xC2\x9B"
+       "1m raw\x9B"
+       "1m",
+       "csi\\u009b1m raw\\x9b1m"},  // C1 as UTF-8 and raw
+      {"\xC2\xA0\xC3\xA9\xE2\x82\xAC \\x1b", "\xC2\xA0\xC3\xA9\xE2\x82\xAC \\\\x1b"},
+      {"two\nlines\n", "two\nlines\n"},
+  };
+  for (const auto& [in, out] : terminal) EXPECT_EQ(EscapeForTerminal(in), out) << in;
+  EXPECT_EQ(detail::EscapeControls("a\nb", false), "a\\x0ab");
 
   const std::pair<double, std::string> numbers[] = {
       {0, "0"},        {-0.0, "0"},        {42, "42"},          {0.25, "0.25"},

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,14 +43,15 @@ struct Child {
   std::string out_text, err_text;
 };
 
-Child Spawn(const std::vector<std::string>& args) {
+// Standard output goes to a pipe the test reads, or to `stdout_fd` (a terminal, /dev/full).
+Child Spawn(const std::vector<std::string>& args, int stdout_fd = -1) {
   Child child;
   int out[2], err[2];
   if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return child;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, stdout_fd >= 0 ? stdout_fd : out[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err[1], 2);
 #ifdef ZEFO_MONITOR_EMULATOR
   // A cross build's zefo-monitor runs under the same emulator as the tests.
@@ -103,9 +106,9 @@ bool Drain(Child& child, milliseconds limit, const std::string& until = "") {
 }
 
 // The exit status, or 128 + the signal that ended the child.
-int Reap(Child& child) {
+int Reap(Child& child, struct rusage* usage = nullptr) {
   int status = 0;
-  while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
+  while (wait4(child.pid, &status, 0, usage) < 0 && errno == EINTR) {
   }
   if (child.out >= 0) close(child.out);
   if (child.err >= 0) close(child.err);
@@ -117,11 +120,12 @@ struct Outcome {
   std::string out, err;
 };
 
-Outcome RunToEnd(const std::vector<std::string>& args) {
-  Child child = Spawn(args);
+Outcome RunToEnd(const std::vector<std::string>& args, int stdout_fd = -1,
+                 struct rusage* usage = nullptr) {
+  Child child = Spawn(args, stdout_fd);
   if (child.pid < 0) return {-1, "", "spawn failed"};
   if (!Drain(child, milliseconds(60000))) kill(child.pid, SIGKILL);
-  const int code = Reap(child);
+  const int code = Reap(child, usage);
   return {code, child.out_text, child.err_text};
 }
 
@@ -283,6 +287,80 @@ TEST(ZefoMonitorToolTest, OutputFileHoldsTheLatestPassOnly) {
   }
   std::sort(left.begin(), left.end());
   EXPECT_EQ(left, (std::vector<std::string>{"pass.json", "zefo.om", "zefo.prom", "zefo.txt"}));
+}
+
+TEST(ZefoMonitorToolTest, WriteFailuresEndTheRunWithAMessageAndALeftReaderQuietly) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  Outcome run = RunToEnd({"--count", "3", "--period", "50"}, full);
+  close(full);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_NE(run.err.find("cannot write to standard output: No space left on device"),
+            std::string::npos)
+      << run.err;
+  int pipe_fds[2];
+  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
+  close(pipe_fds[0]);
+  run = RunToEnd({"--period", "50"}, pipe_fds[1]);
+  close(pipe_fds[1]);
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.err, "");
+}
+
+// What other users control (a registration directory anyone may write, a process's own command
+// line) cannot make the monitor's memory or output grow with it; and a terminal gets names
+// escaped where a pipe gets the library's bytes.
+TEST(ZefoMonitorToolTest, HostileNamesAndCommandLinesStayBoundedAndReachTerminalsEscaped) {
+  // A 1.8 MB command line (the kernel allows a quarter of the default 8 MB stack).
+  std::vector<std::string> words{"/bin/sh", "-c", "sleep 30", "sh"};
+  words.insert(words.end(), 14, std::string(130000, 'a'));
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  pid_t hostile = -1;
+  ASSERT_EQ(posix_spawn(&hostile, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+  zefo::testing::FixtureTree tree;
+  const std::string self = std::to_string(getpid()), other = std::to_string(hostile);
+  const std::string name = "cam\x1b]0;owned\x07\x1b[2J\r\xC2\x9B" + std::string(300, 'x');
+  for (const auto& [pid, registered] :
+       {std::pair(self, name + "\n"), std::pair(other, std::string(4 << 20, 'n') + "\n")}) {
+    tree.Write("reg/" + pid + "/pid", pid + "\n");
+    tree.Write("reg/" + pid + "/name", registered);
+  }
+  std::vector<std::string> args{"--pid",   self, "--pid",    other, "--regdir", tree.Path("reg"),
+                                "--count", "2",  "--period", "50",  "--format", "json"};
+  struct rusage usage {};
+  const Outcome run = RunToEnd(args, -1, &usage);
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_LT(run.out.size(), 32u << 10);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  EXPECT_LT(usage.ru_maxrss, 24 << 10) << "kB";  // a few times the hostile 1.8 MB
+#endif
+  const auto json = nlohmann::json::parse(run.out.substr(run.out.rfind('\n', run.out.size() - 2)));
+  EXPECT_EQ(json["process"][self]["zefo_name"], name.substr(0, 255));
+  EXPECT_EQ(json["process"][other]["zefo_name"], "");
+  const std::string cmd_line = json["process"][other]["cmd_line"];
+  EXPECT_EQ(cmd_line.size(), 4096u);
+  EXPECT_EQ(cmd_line.rfind("/bin/sh -c sleep 30 sh aaa", 0), 0u);
+
+  args.resize(args.size() - 2);  // the report, on a terminal and through a pipe
+  int terminal = -1, replica = -1;
+  ASSERT_EQ(openpty(&terminal, &replica, nullptr, nullptr, nullptr), 0);
+  Child child = Spawn(args, replica);
+  close(replica);
+  std::string shown;
+  char buffer[4096];
+  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) != 0;) {
+    if (n < 0 && errno != EINTR) break;  // EIO: the tool closed the terminal
+    if (n > 0) shown.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(terminal);
+  Drain(child, milliseconds(30000));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+  EXPECT_NE(shown.find(": cam\\x1b]0;owned\\x07\\x1b[2J\\x0d\\u009bxxx"), std::string::npos);
+  EXPECT_EQ(shown.find_first_of("\x1b\x07"), std::string::npos);
+  EXPECT_NE(RunToEnd(args).out.find(": " + name.substr(0, 255) + "\n"), std::string::npos);
+  kill(hostile, SIGKILL);
+  waitpid(hostile, nullptr, 0);
 }
 
 #ifdef ZEFO_WITH_HTTP

@@ -13,6 +13,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "options.h"
 #include "output_file.h"
@@ -37,6 +38,21 @@ constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
 int Fail(const std::string& message) {
   std::cerr << "zefo-monitor: " << message << "\n";
   return 2;
+}
+
+// Exit status when a pass could not be written (a full disk, a closed terminal).
+constexpr int kWriteFailed = 1;
+
+// Writes all of `text` to standard output: 0, or the errno of the write that failed.
+int WriteStdout(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t n = write(STDOUT_FILENO, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    if (n == 0) return EIO;
+    text.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return 0;
 }
 
 #ifdef ZEFO_HTTP_HELPER
@@ -72,6 +88,9 @@ int main(int argc, char** argv) {
   // format: a .prom target is written in that format.
   Format file_format = opt.format;
   const std::string& out = opt.output;
+  // A write to a pipe whose reader left fails with EPIPE instead of killing the tool; a
+  // scraper hanging up mid-answer must not kill it either.
+  signal(SIGPIPE, SIG_IGN);
   if (file_format == Format::kOpenMetrics && out.size() > 5 &&
       out.compare(out.size() - 5, 5, ".prom") == 0) {
     file_format = Format::kPrometheus;
@@ -85,6 +104,10 @@ int main(int argc, char** argv) {
   // Standard output carries the passes unless they go to a file, or the tool serves them and
   // was not asked for a format.
   const bool to_stdout = !output && (!opt.listen || opt.format_given);
+  // Process names, command lines and registered names are whatever their owners chose; on a
+  // terminal the report shows their control characters escaped. Files and pipes get the
+  // library's bytes.
+  const bool escape_report = to_stdout && opt.format == Format::kReport && isatty(STDOUT_FILENO);
 
   // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
   // keeps them away from the sampling and HTTP threads too.
@@ -102,8 +125,6 @@ int main(int argc, char** argv) {
   if (opt.listen) {
     // Seen by ps and top under the name people started, not the helper's.
     prctl(PR_SET_NAME, "zefo-monitor", 0, 0, 0);
-    // A scraper that hangs up mid-answer must not kill the tool.
-    signal(SIGPIPE, SIG_IGN);
     // Every held connection is a descriptor: allow as many as the hard limit does.
     struct rlimit files;
     if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
@@ -146,7 +167,7 @@ int main(int argc, char** argv) {
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
-  std::string last_error;
+  int status = 0;
   const struct timespec poll = {0, kPollNanoseconds};
   while (opt.count == 0 || passes < opt.count) {
     if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
@@ -162,19 +183,30 @@ int main(int argc, char** argv) {
     store.Publish(pass);
 #endif
     if (output) {
-      // A failing write (a full disk) is reported once, and again after it recovers and fails.
       const std::string error = output->Write(FormatPass(*pass, file_format, format_options));
-      if (!error.empty() && error != last_error) std::cerr << "zefo-monitor: " << error << "\n";
-      last_error = error;
+      if (!error.empty()) {
+        std::cerr << "zefo-monitor: " << error << "\n";
+        status = kWriteFailed;
+        break;
+      }
     }
     if (to_stdout) {
-      std::cout << FormatPass(*pass, opt.format, format_options) << std::flush;
-      if (!std::cout) break;  // the reader went away
+      std::string text = FormatPass(*pass, opt.format, format_options);
+      if (escape_report) text = zefo::format::EscapeForTerminal(text);
+      const int error = WriteStdout(text);
+      // A reader that went away (`zefo-monitor | head`) ends the run quietly.
+      if (error == EPIPE) break;
+      if (error != 0) {
+        std::cerr << "zefo-monitor: cannot write to standard output: " << std::strerror(error)
+                  << "\n";
+        status = kWriteFailed;
+        break;
+      }
     }
   }
 #ifdef ZEFO_WITH_HTTP
   if (server) server->Stop();
 #endif
   monitor.reset();
-  return 0;
+  return status;
 }

@@ -63,6 +63,12 @@ ZEFO_EXPORT std::string FormatOpenMetrics(const Snapshot& pass,
 ZEFO_EXPORT std::string FormatPrometheus(const Snapshot& pass,
                                          const FormatOptions& options = FormatOptions());
 
+/// `text` made safe to show on a terminal, for views meant for people (the report on a
+/// terminal, a live table): control characters (C0 but the newline, DEL, C1) and bytes that
+/// are not UTF-8 become escapes such as "\x1b", "\u009b" or "\xff", a backslash "\\".
+/// The line format does this to the names it shows.
+ZEFO_EXPORT std::string EscapeForTerminal(std::string_view text);
+
 /// The HTTP Content-Type of each format.
 ZEFO_EXPORT const char* ContentType(Format format);
 

@@ -1,6 +1,7 @@
 #ifndef ZEFO_FORMAT_SNAPSHOT_H_
 #define ZEFO_FORMAT_SNAPSHOT_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -24,6 +25,13 @@ class ZefoResourceMonitorApi;
 
 namespace format {
 
+/// The longest registered name a snapshot keeps, in bytes (a longer one is cut at a UTF-8
+/// character boundary). Any local user can register a name for any process.
+constexpr std::size_t kMaxRegisteredNameBytes = 255;
+/// The longest command line a snapshot keeps, in bytes (cut likewise; the library itself keeps
+/// the whole line). Any process can give itself a command line of megabytes.
+constexpr std::size_t kMaxCommandLineBytes = 4096;
+
 /// A copy of one sampling pass: every monitor's items by value, so that a pass can be formatted,
 /// kept or handed to another thread without holding the library's lock. Fill it inside a
 /// `GetResourceInfo` callback (`Add`, one call per monitor) or with `TakeSnapshot`; after that it
@@ -44,7 +52,9 @@ struct ZEFO_EXPORT Snapshot {
   std::map<std::string, ProcInfoResourceItem> process;
 
   /// Copies the items of one monitor of kind `type`, as a `GetResourceInfo` callback receives
-  /// them. Items that are not of the kind's item class are left out.
+  /// them. Items that are not of the kind's item class are left out. Registered names and
+  /// command lines are cut at kMaxRegisteredNameBytes and kMaxCommandLineBytes, so that what
+  /// other users control cannot make a copy, or anything written from it, grow without bound.
   void Add(ResourceMonitorType type, const std::map<std::string, ResourceItem*>& items);
 };
 
