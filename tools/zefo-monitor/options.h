@@ -28,6 +28,8 @@ struct Options {
   bool listen = false;
   ListenAddress listen_address;
   int history_seconds = 600;  // how far back /api/history reaches with --listen
+  bool top = false;           // the full-screen terminal view
+  bool line_details = false;  // --format line with every core, device, zone and more processes
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464" into `out`; "" or what is wrong.
