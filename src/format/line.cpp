@@ -97,7 +97,9 @@ class LineWriter {
   // `text` right-aligned in `width` columns, coloured by `level` (0 calm, 1 mid, 2 high).
   void Figure(const std::string& text, std::size_t width, int level = 0) {
     out_ += ' ';
-    std::string padded = text.size() < width ? std::string(width - text.size(), ' ') + text : text;
+    std::size_t columns = 0;
+    for (const char c : text) columns += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    const std::string padded = columns < width ? std::string(width - columns, ' ') + text : text;
     Coloured(padded, level == 2 ? kHighColour : level == 1 ? kMidColour : nullptr);
   }
   void Text(const std::string& text) { out_ += text; }

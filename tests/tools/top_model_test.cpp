@@ -26,7 +26,9 @@ TEST(TopModelTest, EscapesWhatATerminalWouldObey) {
       {"plain-name", false, "plain-name"},
       {"a\x1b[2Jb", false, "a\\x1B[2Jb"},
       {"tab\tdel\x7f", false, "tab\\x09del\\x7F"},
-      {"c1\xc2\x9b""1m", false, "c1\\x9B1m"},  // the one-byte CSI as UTF-8
+      {"c1\xc2\x9b"
+       "1m",
+       false, "c1\\x9B1m"},  // the one-byte CSI as UTF-8
       {"bad\xff\xc3", false, "bad\\xFF\\xC3"},
       {"\xe2\x80\xa8 \xc3\xa9t\xc3\xa9", false, "\xe2\x80\xa8 \xc3\xa9t\xc3\xa9"},
       {"\xc3\xa9t\xc3\xa9", true, "?t?"},
@@ -122,7 +124,8 @@ TEST(TopModelTest, FitsEveryPanelAndLeavesOutKindsWithoutItems) {
 
 TEST(TopModelTest, KeysTypeAFilterAndChangeTheSort) {
   ViewState view;
-  for (int key : std::vector<int>{'/', 'c', 'a', 'm', kKeyBackspace, 'x', kKeyEnter}) HandleKey(key, view, 10);
+  for (int key : std::vector<int>{'/', 'c', 'a', 'm', kKeyBackspace, 'x', kKeyEnter})
+    HandleKey(key, view, 10);
   EXPECT_EQ(view.filter, "cax");
   EXPECT_FALSE(view.editing);
   HandleKey('m', view, 10);

@@ -111,11 +111,19 @@ std::string BashCompletion(const CLI::App& app) {
          "    --format) COMPREPLY=($(compgen -W \"" +
          FormatNames(" ") +
          "\" -- \"$cur\")); return ;;\n"
-         "    " + dirs + ") COMPREPLY=($(compgen -d -- \"$cur\")); return ;;\n"
-         "    " + files + ") COMPREPLY=($(compgen -f -- \"$cur\")); return ;;\n"
-         "    " + others + ") return ;;\n"
+         "    " +
+         dirs +
+         ") COMPREPLY=($(compgen -d -- \"$cur\")); return ;;\n"
+         "    " +
+         files +
+         ") COMPREPLY=($(compgen -f -- \"$cur\")); return ;;\n"
+         "    " +
+         others +
+         ") return ;;\n"
          "  esac\n"
-         "  COMPREPLY=($(compgen -W \"" + options + "\" -- \"$cur\"))\n"
+         "  COMPREPLY=($(compgen -W \"" +
+         options +
+         "\" -- \"$cur\"))\n"
          "}\n"
          "complete -F _zefo_monitor zefo-monitor\n";
 }

@@ -109,7 +109,10 @@ Row CoreCell(const std::string& name, double percent, double mhz, std::size_t wi
       Figure(percent, "%.0f%%", 5) + (mhz > 0 ? Figure(mhz, "%.0fMHz", 8) : std::string(8, ' '));
   const std::size_t fixed = 6 + 2 + figures.size();
   const std::size_t bar = width > fixed + 4 ? width - fixed : 4;
-  return {{label, Style::kLabel}, {"["}, {Bar(percent, bar), Level(percent)}, {"]"},
+  return {{label, Style::kLabel},
+          {"["},
+          {Bar(percent, bar), Level(percent)},
+          {"]"},
           {figures, Level(percent)}};
 }
 
@@ -140,21 +143,27 @@ std::string Clock(uint64_t update_time_ms) {
 
 const char* SortName(SortKey key) {
   switch (key) {
-    case SortKey::kCpu: return "CPU";
-    case SortKey::kMemory: return "memory";
-    case SortKey::kIo: return "I/O";
-    case SortKey::kPid: return "pid";
-    case SortKey::kName: return "name";
+    case SortKey::kCpu:
+      return "CPU";
+    case SortKey::kMemory:
+      return "memory";
+    case SortKey::kIo:
+      return "I/O";
+    case SortKey::kPid:
+      return "pid";
+    case SortKey::kName:
+      return "name";
   }
   return "";
 }
 
 void TitleRow(const format::Snapshot& pass, const ViewState& view, std::vector<Row>& rows) {
-  rows.push_back({{"zefo-monitor", Style::kTitle},
-                  {" " + Clock(pass.update_time) + " " + view.source},
-                  {" sort " + std::string(SortName(view.sort)) + (view.reverse ? " (reversed)" : ""),
-                   Style::kDim},
-                  {"  q quit  c/m/i/p/n sort  r reverse  / filter", Style::kDim}});
+  rows.push_back(
+      {{"zefo-monitor", Style::kTitle},
+       {" " + Clock(pass.update_time) + " " + view.source},
+       {" sort " + std::string(SortName(view.sort)) + (view.reverse ? " (reversed)" : ""),
+        Style::kDim},
+       {"  q quit  c/m/i/p/n sort  r reverse  / filter", Style::kDim}});
 }
 
 void CpuPanel(const format::Snapshot& pass, std::size_t width, std::vector<Row>& rows) {
@@ -174,26 +183,28 @@ void CpuPanel(const format::Snapshot& pass, std::size_t width, std::vector<Row>&
   }
   title.push_back({"  (busy: not idle or waiting for I/O; MHz now)", Style::kDim});
   rows.push_back(std::move(title));
-  Grid(cores.size(), 30, width,
-       [&](std::size_t i, std::size_t cell) {
-         const CpuResourceItem& cpu = *cores[i].second;
-         return CoreCell(cores[i].first, CpuBusy(cpu), static_cast<double>(cpu.cur_freq) / 1e3,
-                         cell);
-       },
-       rows);
+  Grid(
+      cores.size(), 30, width,
+      [&](std::size_t i, std::size_t cell) {
+        const CpuResourceItem& cpu = *cores[i].second;
+        return CoreCell(cores[i].first, CpuBusy(cpu), static_cast<double>(cpu.cur_freq) / 1e3,
+                        cell);
+      },
+      rows);
 }
 
 void BpuPanel(const format::Snapshot& pass, std::size_t width, std::vector<Row>& rows) {
   if (pass.bpu.empty()) return;
   const auto cores = Natural(pass.bpu);
   rows.push_back({{"BPU", Style::kTitle}, {"  (load; MHz now)", Style::kDim}});
-  Grid(cores.size(), 30, width,
-       [&](std::size_t i, std::size_t cell) {
-         const BpuResourceItem& bpu = *cores[i].second;
-         return CoreCell(cores[i].first, static_cast<double>(bpu.ratio),
-                         static_cast<double>(bpu.cur_freq) / 1e6, cell);
-       },
-       rows);
+  Grid(
+      cores.size(), 30, width,
+      [&](std::size_t i, std::size_t cell) {
+        const BpuResourceItem& bpu = *cores[i].second;
+        return CoreCell(cores[i].first, static_cast<double>(bpu.ratio),
+                        static_cast<double>(bpu.cur_freq) / 1e6, cell);
+      },
+      rows);
 }
 
 // A table: one row per device, read/write of the whole device and of each port, under a key
@@ -239,8 +250,9 @@ void MemoryPanel(const format::Snapshot& pass, std::size_t width, std::vector<Ro
   const double percent = 100.0 * used / total;
   std::string figures = Figure(used / kMiB, "%.0f", 7) + "/" + Printf("%.0f MiB", total / kMiB);
   if (memory.swap_total > 0) {
-    figures += "  swap " + Printf("%.0f", (known(memory.swap_total) - known(memory.swap_free)) / kMiB) +
-               "/" + Printf("%.0f MiB", known(memory.swap_total) / kMiB);
+    figures += "  swap " +
+               Printf("%.0f", (known(memory.swap_total) - known(memory.swap_free)) / kMiB) + "/" +
+               Printf("%.0f MiB", known(memory.swap_total) / kMiB);
   }
   const std::size_t fixed = 6 + 2 + 6 + figures.size();
   const std::size_t bar = width > fixed + 10 ? std::min<std::size_t>(width - fixed, 40) : 10;
@@ -277,7 +289,8 @@ void Packed(const std::string& title, Row unit, const std::vector<Row>& items, s
     used += columns;
     ++placed;
   }
-  if (placed < items.size()) row.push_back({" +" + std::to_string(items.size() - placed), Style::kDim});
+  if (placed < items.size())
+    row.push_back({" +" + std::to_string(items.size() - placed), Style::kDim});
   rows.push_back(std::move(row));
 }
 
@@ -298,7 +311,8 @@ void TemperaturePanel(const format::Snapshot& pass, std::size_t width, bool asci
 }
 
 // Disks and interfaces, busiest first.
-void DiskPanel(const format::Snapshot& pass, std::size_t width, bool ascii, std::vector<Row>& rows) {
+void DiskPanel(const format::Snapshot& pass, std::size_t width, bool ascii,
+               std::vector<Row>& rows) {
   std::vector<const DiskResourceItem*> disks;
   for (const auto& entry : pass.disk) disks.push_back(&entry.second);
   const auto rate = [](const DiskResourceItem* d) {
@@ -316,7 +330,8 @@ void DiskPanel(const format::Snapshot& pass, std::size_t width, bool ascii, std:
   Packed("DISK", {{{"MB/s", Style::kDim}}}, items, width, 1, rows);
 }
 
-void NetworkPanel(const format::Snapshot& pass, std::size_t width, bool ascii, std::vector<Row>& rows) {
+void NetworkPanel(const format::Snapshot& pass, std::size_t width, bool ascii,
+                  std::vector<Row>& rows) {
   std::vector<std::pair<std::string, const NetworkResourceItem*>> links;
   for (const auto& [name, link] : pass.network) links.emplace_back(name, &link);
   const auto rate = [](const NetworkResourceItem* n) {
@@ -357,9 +372,10 @@ Row ProcessHeader(const ViewState& view, const Columns_& c) {
   const auto mark = [&](SortKey key, const std::string& text) {
     return view.sort == key ? text + (view.reverse ? "^" : "v") : text + " ";
   };
-  std::string text = "    PID" + mark(SortKey::kPid, "") + Fit(mark(SortKey::kName, "NAME"), c.name) + " " +
-         Fit("REGISTERED", c.registered) + "S " + mark(SortKey::kCpu, "  CPU%") +
-         mark(SortKey::kMemory, " RSS MiB") + mark(SortKey::kIo, " RD MB/s") + " WR MB/s ";
+  std::string text =
+      "    PID" + mark(SortKey::kPid, "") + Fit(mark(SortKey::kName, "NAME"), c.name) + " " +
+      Fit("REGISTERED", c.registered) + "S " + mark(SortKey::kCpu, "  CPU%") +
+      mark(SortKey::kMemory, " RSS MiB") + mark(SortKey::kIo, " RD MB/s") + " WR MB/s ";
   if (c.command > 0) text += " COMMAND";
   return {{text, Style::kHeader}};
 }
@@ -450,7 +466,7 @@ std::string Fit(const std::string& text, std::size_t width) {
 }
 
 std::vector<const ProcInfoResourceItem*> ListedProcesses(const format::Snapshot& pass,
-                                                          const ViewState& view) {
+                                                         const ViewState& view) {
   const std::string needle = Lower(view.filter);
   std::vector<const ProcInfoResourceItem*> list;
   for (const auto& entry : pass.process) {
@@ -503,9 +519,11 @@ std::vector<Row> Layout(const format::Snapshot& pass, ViewState& view, int width
 
   // The process list keeps at least its header, three rows and the status line; the panels
   // above give up their last rows for that on a short terminal.
-  const bool processes = std::find(pass.kinds.begin(), pass.kinds.end(), ProcInfo) != pass.kinds.end();
+  const bool processes =
+      std::find(pass.kinds.begin(), pass.kinds.end(), ProcInfo) != pass.kinds.end();
   const std::size_t reserve = processes ? 5 : 0;
-  if (rows.size() + reserve > h) rows.resize(h > reserve ? h - reserve : std::min<std::size_t>(h, 1));
+  if (rows.size() + reserve > h)
+    rows.resize(h > reserve ? h - reserve : std::min<std::size_t>(h, 1));
   if (processes && rows.size() + 2 < h) {
     const Columns_ columns = ProcessColumns(w);
     const auto list = ListedProcesses(pass, view);
@@ -513,11 +531,13 @@ std::vector<Row> Layout(const format::Snapshot& pass, ViewState& view, int width
     view.scroll = std::min(view.scroll, list.size() > room ? list.size() - room : 0);
     rows.push_back(ProcessHeader(view, columns));
     const std::size_t end = std::min(list.size(), view.scroll + room);
-    for (std::size_t i = view.scroll; i < end; ++i) rows.push_back(ProcessRow(*list[i], columns, view.ascii));
+    for (std::size_t i = view.scroll; i < end; ++i)
+      rows.push_back(ProcessRow(*list[i], columns, view.ascii));
     while (rows.size() + 1 < h) rows.push_back({});
-    std::string status = list.empty() ? "no processes"
-                                      : "processes " + std::to_string(view.scroll + 1) + "-" +
-                                            std::to_string(end) + " of " + std::to_string(list.size());
+    std::string status = list.empty()
+                             ? "no processes"
+                             : "processes " + std::to_string(view.scroll + 1) + "-" +
+                                   std::to_string(end) + " of " + std::to_string(list.size());
     if (view.editing) {
       rows.push_back({{"filter: " + Escape(view.filter, view.ascii) + "_", Style::kPrompt},
                       {"  Enter keeps it, Esc clears it", Style::kDim}});
@@ -552,22 +572,62 @@ bool HandleKey(int key, ViewState& view, std::size_t list_rows) {
   };
   const std::size_t page = std::max<std::size_t>(list_rows, 1);
   switch (key) {
-    case 'q': case 'Q': return false;
-    case 'c': case 'C': sort(SortKey::kCpu); break;
-    case 'm': case 'M': sort(SortKey::kMemory); break;
-    case 'i': case 'I': sort(SortKey::kIo); break;
-    case 'p': case 'P': sort(SortKey::kPid); break;
-    case 'n': case 'N': sort(SortKey::kName); break;
-    case 'r': case 'R': view.reverse = !view.reverse; break;
-    case '/': view.editing = true; break;
-    case kKeyEscape: view.filter.clear(); view.scroll = 0; break;
-    case kKeyUp: case 'k': view.scroll -= std::min<std::size_t>(view.scroll, 1); break;
-    case kKeyDown: case 'j': ++view.scroll; break;  // Layout clamps it
-    case kKeyPageUp: view.scroll -= std::min(view.scroll, page); break;
-    case kKeyPageDown: view.scroll += page; break;
-    case kKeyHome: view.scroll = 0; break;
-    case kKeyEnd: view.scroll = static_cast<std::size_t>(-1) / 2; break;
-    default: break;
+    case 'q':
+    case 'Q':
+      return false;
+    case 'c':
+    case 'C':
+      sort(SortKey::kCpu);
+      break;
+    case 'm':
+    case 'M':
+      sort(SortKey::kMemory);
+      break;
+    case 'i':
+    case 'I':
+      sort(SortKey::kIo);
+      break;
+    case 'p':
+    case 'P':
+      sort(SortKey::kPid);
+      break;
+    case 'n':
+    case 'N':
+      sort(SortKey::kName);
+      break;
+    case 'r':
+    case 'R':
+      view.reverse = !view.reverse;
+      break;
+    case '/':
+      view.editing = true;
+      break;
+    case kKeyEscape:
+      view.filter.clear();
+      view.scroll = 0;
+      break;
+    case kKeyUp:
+    case 'k':
+      view.scroll -= std::min<std::size_t>(view.scroll, 1);
+      break;
+    case kKeyDown:
+    case 'j':
+      ++view.scroll;
+      break;  // Layout clamps it
+    case kKeyPageUp:
+      view.scroll -= std::min(view.scroll, page);
+      break;
+    case kKeyPageDown:
+      view.scroll += page;
+      break;
+    case kKeyHome:
+      view.scroll = 0;
+      break;
+    case kKeyEnd:
+      view.scroll = static_cast<std::size_t>(-1) / 2;
+      break;
+    default:
+      break;
   }
   return true;
 }

@@ -14,7 +14,19 @@ namespace zefo::top {
 
 // How a piece of text is drawn; the terminal maps these to colours or, on a monochrome
 // terminal, to bold and reverse video.
-enum class Style { kNormal, kTitle, kLabel, kLow, kMid, kHigh, kRead, kWrite, kDim, kHeader, kPrompt };
+enum class Style {
+  kNormal,
+  kTitle,
+  kLabel,
+  kLow,
+  kMid,
+  kHigh,
+  kRead,
+  kWrite,
+  kDim,
+  kHeader,
+  kPrompt
+};
 
 struct Span {
   std::string text;
@@ -29,12 +41,12 @@ enum class SortKey { kCpu, kMemory, kIo, kPid, kName };
 // What the person at the terminal chose; changed by keys.
 struct ViewState {
   SortKey sort = SortKey::kCpu;
-  bool reverse = false;     // ascending where the key is normally descending, and back
-  std::string filter;       // processes whose name, registered name or pid contain this
-  bool editing = false;     // the filter is being typed
-  std::size_t scroll = 0;   // first process row shown
-  bool ascii = false;       // no UTF-8 on the terminal: "C" for degrees, '?' for other bytes
-  std::string source;       // "live" or what a recording's position is, for the title
+  bool reverse = false;    // ascending where the key is normally descending, and back
+  std::string filter;      // processes whose name, registered name or pid contain this
+  bool editing = false;    // the filter is being typed
+  std::size_t scroll = 0;  // first process row shown
+  bool ascii = false;      // no UTF-8 on the terminal: "C" for degrees, '?' for other bytes
+  std::string source;      // "live" or what a recording's position is, for the title
 };
 
 // `text` safe to put on a terminal: control characters (C0, DEL, C1) and bytes that are not
@@ -47,7 +59,7 @@ std::string Fit(const std::string& text, std::size_t width);
 
 // The process ids in the order the list shows them, after the filter.
 std::vector<const ProcInfoResourceItem*> ListedProcesses(const format::Snapshot& pass,
-                                                          const ViewState& view);
+                                                         const ViewState& view);
 
 // The whole screen for `pass`: at most `height` rows of at most `width` characters. Panels of
 // kinds the pass has no items of are left out; the process list takes the rows that remain.
@@ -57,8 +69,15 @@ std::vector<Row> Layout(const format::Snapshot& pass, ViewState& view, int width
 // One key pressed (a character, or one of the Key values below); false when the view should
 // end. `list_rows` is how many process rows the last layout showed, for paging.
 enum Key : int {
-  kKeyUp = 0x10000, kKeyDown, kKeyPageUp, kKeyPageDown, kKeyHome, kKeyEnd, kKeyBackspace,
-  kKeyEscape, kKeyEnter
+  kKeyUp = 0x10000,
+  kKeyDown,
+  kKeyPageUp,
+  kKeyPageDown,
+  kKeyHome,
+  kKeyEnd,
+  kKeyBackspace,
+  kKeyEscape,
+  kKeyEnter
 };
 bool HandleKey(int key, ViewState& view, std::size_t list_rows);
 

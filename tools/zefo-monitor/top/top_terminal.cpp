@@ -22,16 +22,26 @@ constexpr int kKeyWaitMs = 50;
 // Colour pairs by style; 0 where the style keeps the terminal's own colours.
 short PairOf(Style style) {
   switch (style) {
-    case Style::kTitle: return 1;
-    case Style::kLabel: return 2;
-    case Style::kLow: return 3;
-    case Style::kMid: return 4;
-    case Style::kHigh: return 5;
-    case Style::kRead: return 6;
-    case Style::kWrite: return 7;
-    case Style::kHeader: return 8;
-    case Style::kPrompt: return 9;
-    default: return 0;
+    case Style::kTitle:
+      return 1;
+    case Style::kLabel:
+      return 2;
+    case Style::kLow:
+      return 3;
+    case Style::kMid:
+      return 4;
+    case Style::kHigh:
+      return 5;
+    case Style::kRead:
+      return 6;
+    case Style::kWrite:
+      return 7;
+    case Style::kHeader:
+      return 8;
+    case Style::kPrompt:
+      return 9;
+    default:
+      return 0;
   }
 }
 
@@ -66,16 +76,31 @@ attr_t Attributes(Style style, bool colour) {
 
 int TranslateKey(int key) {
   switch (key) {
-    case KEY_UP: return kKeyUp;
-    case KEY_DOWN: return kKeyDown;
-    case KEY_PPAGE: return kKeyPageUp;
-    case KEY_NPAGE: case ' ': return kKeyPageDown;
-    case KEY_HOME: return kKeyHome;
-    case KEY_END: return kKeyEnd;
-    case KEY_BACKSPACE: case 127: case 8: return kKeyBackspace;
-    case 27: return kKeyEscape;
-    case KEY_ENTER: case '\n': case '\r': return kKeyEnter;
-    default: return key;
+    case KEY_UP:
+      return kKeyUp;
+    case KEY_DOWN:
+      return kKeyDown;
+    case KEY_PPAGE:
+      return kKeyPageUp;
+    case KEY_NPAGE:
+    case ' ':
+      return kKeyPageDown;
+    case KEY_HOME:
+      return kKeyHome;
+    case KEY_END:
+      return kKeyEnd;
+    case KEY_BACKSPACE:
+    case 127:
+    case 8:
+      return kKeyBackspace;
+    case 27:
+      return kKeyEscape;
+    case KEY_ENTER:
+    case '\n':
+    case '\r':
+      return kKeyEnter;
+    default:
+      return key;
   }
 }
 
