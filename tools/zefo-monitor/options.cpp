@@ -71,7 +71,11 @@ ParseResult ParseOptions(int argc, char** argv) {
   std::string format_name = "report";
   std::string listen;
 
-  CLI::App app{"Prints the board's resource report after every sampling pass.", "zefo-monitor"};
+  CLI::App app{
+      "Writes every sampling pass of the board's resources: as the library's text report, one "
+      "line, JSON or a metrics exposition, served over HTTP with a dashboard, or shown in a "
+      "full-screen terminal view.",
+      "zefo-monitor"};
   app.set_version_flag("--version", std::string("zefo-monitor ") + ZEFO_VERSION);
   app.add_option("--period", opt.period_ms,
                  "Milliseconds from the end of one sampling pass to the start of the next")
