@@ -215,15 +215,18 @@ void DdrPanel(const format::Snapshot& pass, bool ascii, std::vector<Row>& rows) 
   if (pass.ddr.empty()) return;
   const auto devices = Natural(pass.ddr);
   const auto heading = [](const std::string& text) { return Fit("    " + text, 12); };
-  Row key = {{"DDR ", Style::kTitle}, {"GB/s", Style::kDim}, {heading("all"), Style::kLabel}};
+  // "DDR r/w" over the device names: every figure below is read/write, in GB/s.
+  Row key = {{"DDR", Style::kTitle},
+             {" "},
+             {"r", Style::kRead},
+             {"/", Style::kDim},
+             {"w", Style::kWrite},
+             {" "},
+             {heading("all GB/s"), Style::kLabel}};
   for (const auto& [port, bandwidth] : Natural(devices.front().second->bandwidth)) {
     key.push_back({heading(Escape(port, ascii)), Style::kLabel});
   }
-  key.push_back({"  ", Style::kDim});
-  key.push_back({"read", Style::kRead});
-  key.push_back({"/", Style::kDim});
-  key.push_back({"write", Style::kWrite});
-  key.push_back({", GB/s = 10^9 bytes/s", Style::kDim});
+  key.push_back({"  read/write, GB/s = 10^9 bytes/s", Style::kDim});
   rows.push_back(std::move(key));
   const auto pair = [](double read, double write, Row& row) {
     row.push_back({" " + Figure(read / kGB, "%.2f", 6), Style::kRead});
