@@ -126,12 +126,6 @@ foreach(_zefo_component runtime dev tools)
   install(FILES ${_zefo_deb_doc}/changelog.Debian.gz
     DESTINATION ${_zefo_dir} COMPONENT ${_zefo_component} OPTIONAL)
 endforeach()
-if(ZEFO_BUILD_TOOLS AND ZEFO_GZIP)
-  configure_file(${PROJECT_SOURCE_DIR}/packaging/zefo-monitor.1 ${_zefo_deb_doc}/zefo-monitor.1
-    COPYONLY)
-  execute_process(COMMAND ${ZEFO_GZIP} -9nf ${_zefo_deb_doc}/zefo-monitor.1)
-  install(FILES ${_zefo_deb_doc}/zefo-monitor.1.gz
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-endif()
+# zefo-monitor's manual page and bash completion are written and installed by tools/.
 
 include(CPack)

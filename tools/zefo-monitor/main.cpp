@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -20,6 +21,10 @@
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
 #include "zefo/zefo_resource_monitor.h"
+#ifdef ZEFO_WITH_TOP
+#include "top/live_source.h"
+#include "top/top_terminal.h"
+#endif
 #ifdef ZEFO_WITH_HTTP
 #include "dashboard_page.h"
 #include "http_server.h"
@@ -117,7 +122,15 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  const zefo::format::FormatOptions format_options;
+  zefo::format::FormatOptions format_options;
+  format_options.line_details = opt.line_details;
+  // Colour only for a person at a terminal who did not opt out; files and pipes get none.
+  zefo::format::FormatOptions stdout_options = format_options;
+  const char* no_colour = std::getenv("NO_COLOR");
+  stdout_options.color = isatty(STDOUT_FILENO) && (no_colour == nullptr || no_colour[0] == '\0');
+#ifndef ZEFO_WITH_TOP
+  if (opt.top) return Fail("--top: this build has no terminal view");
+#endif
 #ifdef ZEFO_WITH_HTTP
   zefo::cli::PassStore store(opt.period_ms, static_cast<uint64_t>(opt.history_seconds) * 1000,
                              kHistoryBudgetBytes);
@@ -164,6 +177,12 @@ int main(int argc, char** argv) {
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
           : std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.pids, opt.paths);
+#ifdef ZEFO_WITH_TOP
+  if (opt.top) {
+    zefo::top::LiveSource source(*monitor);
+    return zefo::top::RunTop(source, stop_signals, opt.count);
+  }
+#endif
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
@@ -191,7 +210,7 @@ int main(int argc, char** argv) {
       }
     }
     if (to_stdout) {
-      std::string text = FormatPass(*pass, opt.format, format_options);
+      std::string text = FormatPass(*pass, opt.format, stdout_options);
       if (escape_report) text = zefo::format::EscapeForTerminal(text);
       const int error = WriteStdout(text);
       // A reader that went away (`zefo-monitor | head`) ends the run quietly.

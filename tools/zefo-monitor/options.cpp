@@ -6,6 +6,7 @@
 #include <iostream>
 #include <limits>
 
+#include "manual.h"
 #include "zefo/zefo_utils.h"
 
 namespace zefo::cli {
@@ -70,7 +71,11 @@ ParseResult ParseOptions(int argc, char** argv) {
   std::string format_name = "report";
   std::string listen;
 
-  CLI::App app{"Prints the board's resource report after every sampling pass.", "zefo-monitor"};
+  CLI::App app{
+      "Writes every sampling pass of the board's resources: as the library's text report, one "
+      "line, JSON or a metrics exposition, served over HTTP with a dashboard, or shown in a "
+      "full-screen terminal view.",
+      "zefo-monitor"};
   app.set_version_flag("--version", std::string("zefo-monitor ") + ZEFO_VERSION);
   app.add_option("--period", opt.period_ms,
                  "Milliseconds from the end of one sampling pass to the start of the next")
@@ -158,6 +163,22 @@ ParseResult ParseOptions(int argc, char** argv) {
                  "bcrypt hashes); read once at start")
       ->type_name("FILE");
 
+  app.add_flag(
+      "--top", opt.top,
+      "Show the board in a full-screen terminal view: CPU and BPU cores, DDR, memory, "
+      "temperatures, disks, network and a process list (keys: c m i p n sort, r "
+      "reverse, / filter, arrows scroll, q quit); not with --format, --output or --listen");
+  app.add_flag("--line-details", opt.line_details,
+               "With --format line, every CPU with its frequency, every DDR device, the three "
+               "hottest zones and the three busiest processes (the line is then wider than "
+               "120 columns)");
+  // The manual page and the shell completion are written from this very option table at
+  // build time, so they cannot drift from it.
+  bool manual = false, completion = false;
+  app.add_flag("--help-man", manual, "Print the manual page (roff) and exit")->group("");
+  app.add_flag("--bash-completion", completion, "Print the bash completion script and exit")
+      ->group("");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -171,6 +192,18 @@ ParseResult ParseOptions(int argc, char** argv) {
               << "Run with --help for the options.\n";
     result.exit_code = 2;
     return result;
+  }
+  if (manual || completion) {
+    std::cout << (manual ? ManualPage(app) : BashCompletion(app));
+    return result;
+  }
+  for (const char* other : {"--format", "--output", "--listen"}) {
+    if (opt.top && app.count(other) > 0) {
+      std::cerr << "zefo-monitor: --top shows the passes itself; it does not go with " << other
+                << "\n";
+      result.exit_code = 2;
+      return result;
+    }
   }
   opt.pids.insert(pids.begin(), pids.end());
   format::ParseFormat(format_name, opt.format);

@@ -29,6 +29,8 @@ struct Options {
   ListenAddress listen_address;
   int history_seconds = 600;  // how far back /api/history reaches with --listen
   std::string web_config;     // --web-config FILE: TLS and basic auth for --listen
+  bool top = false;           // the full-screen terminal view
+  bool line_details = false;  // --format line with every core, device, zone and more processes
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or
