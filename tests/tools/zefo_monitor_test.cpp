@@ -438,7 +438,7 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
   EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
-  EXPECT_GE(most, 5u);
+  EXPECT_GE(most, 2u);  // a loaded machine may take hundreds of ms a pass
   EXPECT_FALSE(history["series"].empty());
 
   httplib::Result latest = client.Get("/api/latest");
