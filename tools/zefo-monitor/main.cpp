@@ -16,6 +16,8 @@
 #include "output_file.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
+#include "zefo/record/recorder.h"
+#include "zefo/record/replay.h"
 #include "zefo/zefo_resource_monitor.h"
 #ifdef ZEFO_WITH_HTTP
 #include "dashboard_page.h"
@@ -59,6 +61,9 @@ int main(int argc, char** argv) {
   const zefo::cli::ParseResult parsed = zefo::cli::ParseOptions(argc, argv);
   if (!parsed.run) return parsed.exit_code;
   const zefo::cli::Options& opt = parsed.options;
+  if (!opt.replay_dir.empty() && opt.listen) {
+    return Fail("--listen cannot serve a --replay yet; replay to --output or standard output");
+  }
 #ifdef ZEFO_HTTP_HELPER
   if (opt.listen) return HandOverToHttpHelper(argv);
 #endif
@@ -72,15 +77,51 @@ int main(int argc, char** argv) {
       out.compare(out.size() - 5, 5, ".prom") == 0) {
     file_format = Format::kPrometheus;
   }
+  const zefo::format::FormatOptions format_options;
   std::optional<zefo::cli::OutputFile> output;
   if (!opt.output.empty()) {
     output.emplace(opt.output);
     const std::string problem = output->Probe();
     if (!problem.empty()) return Fail("cannot write --output " + opt.output + ": " + problem);
   }
-  // Standard output carries the passes unless they go to a file, or the tool serves them and
-  // was not asked for a format.
-  const bool to_stdout = !output && (!opt.listen || opt.format_given);
+  // Standard output carries the passes unless they go to a file, or the tool serves or records
+  // them and was not asked for a format.
+  const bool to_stdout =
+      !output && ((!opt.listen && opt.record_dir.empty()) || opt.format_given);
+  std::string last_error;
+  // Writes one pass where it goes; false once standard output's reader went away.
+  const auto emit = [&](const zefo::format::Snapshot& pass) {
+    if (output) {
+      // A failing write (a full disk) is reported once, and again after it recovers and fails.
+      const std::string error = output->Write(FormatPass(pass, file_format, format_options));
+      if (!error.empty() && error != last_error) std::cerr << "zefo-monitor: " << error << "\n";
+      last_error = error;
+    }
+    if (to_stdout) {
+      std::cout << FormatPass(pass, opt.format, format_options) << std::flush;
+      if (!std::cout) return false;
+    }
+    return true;
+  };
+
+  if (!opt.replay_dir.empty()) {
+    // The recorded passes, written as the live run wrote them.
+    const zefo::record::ReplaySummary summary = zefo::record::Replay(
+        opt.replay_dir, {opt.replay_from_ms, opt.replay_to_ms}, emit,
+        [](const std::string& problem) { std::cerr << "zefo-monitor: " << problem << "\n"; });
+    if (!summary.error.empty()) std::cerr << "zefo-monitor: " << summary.error << "\n";
+    return summary.readable > 0 || summary.error.empty() ? 0 : 1;
+  }
+
+  zefo::record::RecorderOptions record_options;
+  record_options.max_bytes = opt.record_max_bytes;
+  record_options.max_age_ms = opt.record_max_age_ms;
+  zefo::record::Recorder recorder(record_options);
+  if (!opt.record_dir.empty()) {
+    const std::string problem = recorder.Open(opt.record_dir);
+    if (!problem.empty()) return Fail("--record: " + problem);
+  }
+  std::string last_record_error;
 
   // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
   // keeps them away from the sampling and HTTP threads too.
@@ -90,7 +131,6 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  const zefo::format::FormatOptions format_options;
 #ifdef ZEFO_WITH_HTTP
   zefo::cli::PassStore store(opt.period_ms, static_cast<uint64_t>(opt.history_seconds) * 1000,
                              kHistoryBudgetBytes);
@@ -126,7 +166,6 @@ int main(int argc, char** argv) {
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
-  std::string last_error;
   const struct timespec poll = {0, kPollNanoseconds};
   while (opt.count == 0 || passes < opt.count) {
     if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
@@ -141,16 +180,14 @@ int main(int argc, char** argv) {
 #ifdef ZEFO_WITH_HTTP
     store.Publish(pass);
 #endif
-    if (output) {
-      // A failing write (a full disk) is reported once, and again after it recovers and fails.
-      const std::string error = output->Write(FormatPass(*pass, file_format, format_options));
-      if (!error.empty() && error != last_error) std::cerr << "zefo-monitor: " << error << "\n";
-      last_error = error;
+    if (!opt.record_dir.empty()) {
+      const std::string error = recorder.Append(*pass);
+      if (!error.empty() && error != last_record_error) {
+        std::cerr << "zefo-monitor: --record: " << error << "\n";
+      }
+      last_record_error = error;
     }
-    if (to_stdout) {
-      std::cout << FormatPass(*pass, opt.format, format_options) << std::flush;
-      if (!std::cout) break;  // the reader went away
-    }
+    if (!emit(*pass)) break;  // the reader went away
   }
 #ifdef ZEFO_WITH_HTTP
   if (server) server->Stop();
