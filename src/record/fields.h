@@ -53,7 +53,9 @@ struct Codec<T, std::enable_if_t<std::is_integral_v<T>>> {
   }
 };
 
-inline bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+inline bool SameBits(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
 template <>
 struct Codec<double> {
@@ -133,7 +135,8 @@ struct Codec<std::map<std::string, P>> {
   static bool Equal(const Map& a, const Map& b) {
     if (a.size() != b.size()) return false;
     for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
-      if (i->first != j->first || !SameBits(i->second.*PairOf<P>::kFirst, j->second.*PairOf<P>::kFirst) ||
+      if (i->first != j->first ||
+          !SameBits(i->second.*PairOf<P>::kFirst, j->second.*PairOf<P>::kFirst) ||
           !SameBits(i->second.*PairOf<P>::kSecond, j->second.*PairOf<P>::kSecond)) {
         return false;
       }
@@ -189,12 +192,12 @@ struct Field {
 template <typename Item, auto Member>
 Field<Item> MakeField(const char* name) {
   using T = std::remove_reference_t<decltype(std::declval<Item&>().*Member)>;
-  return Field<Item>{
-      name, Codec<T>::kWire,
-      [](const Item* prev, const Item& cur, ByteWriter& out) {
-        Codec<T>::Encode(prev != nullptr ? &(prev->*Member) : nullptr, cur.*Member, out);
-      },
-      [](ByteReader& in, Item& item) { Codec<T>::Decode(in, item.*Member); }};
+  return Field<Item>{name, Codec<T>::kWire,
+                     [](const Item* prev, const Item& cur, ByteWriter& out) {
+                       Codec<T>::Encode(prev != nullptr ? &(prev->*Member) : nullptr, cur.*Member,
+                                        out);
+                     },
+                     [](ByteReader& in, Item& item) { Codec<T>::Decode(in, item.*Member); }};
 }
 
 const std::vector<Field<CpuResourceItem>>& Fields(const CpuResourceItem*);
@@ -217,7 +220,8 @@ void ForEachKind(F&& f) {
   f(Temperature, &format::Snapshot::temperature,
     Fields(static_cast<const TemperatureResourceItem*>(nullptr)));
   f(QeltDdr, &format::Snapshot::ddr, Fields(static_cast<const QeltDdrResourceItem*>(nullptr)));
-  f(ProcInfo, &format::Snapshot::process, Fields(static_cast<const ProcInfoResourceItem*>(nullptr)));
+  f(ProcInfo, &format::Snapshot::process,
+    Fields(static_cast<const ProcInfoResourceItem*>(nullptr)));
 }
 
 }  // namespace zefo::record::detail

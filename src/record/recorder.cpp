@@ -33,7 +33,9 @@ uint64_t MonotonicMs() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
+std::string Errno(const std::string& what) {
+  return what + ": " + std::strerror(errno);
+}
 
 // Writes all of `bytes` with as few write(2) calls as the kernel allows.
 bool WriteAll(int fd, std::string_view bytes) {
@@ -141,7 +143,9 @@ Recorder::Recorder(const RecorderOptions& options) : state_(std::make_unique<Sta
   state_->options = options;
 }
 
-Recorder::~Recorder() { Close(); }
+Recorder::~Recorder() {
+  Close();
+}
 
 std::string Recorder::Open(const std::string& dir) {
   Close();
@@ -183,9 +187,8 @@ std::string Recorder::Append(const format::Snapshot& pass) {
   const bool key = !s.previous || s.since_key + 1 >= s.options.key_frame_interval;
   s.raw.clear();
   detail::EncodePass(key ? nullptr : &*s.previous, pass, s.raw);
-  const std::string record =
-      detail::FrameRecord(key ? detail::kKeyFrame : 0,
-                          detail::Compress(s.raw, s.options.compression_level));
+  const std::string record = detail::FrameRecord(
+      key ? detail::kKeyFrame : 0, detail::Compress(s.raw, s.options.compression_level));
   if (!WriteAll(s.segment_fd, record)) {
     // What reached the file is a torn record the replayer skips; start afresh with a key frame.
     const std::string error = Errno("cannot write " + s.dir + "/" + s.segment_name);
@@ -213,6 +216,8 @@ void Recorder::Close() {
   s.closed_bytes = 0;
 }
 
-uint64_t Recorder::StoreBytes() const { return state_->closed_bytes + state_->segment_bytes; }
+uint64_t Recorder::StoreBytes() const {
+  return state_->closed_bytes + state_->segment_bytes;
+}
 
 }  // namespace zefo::record

@@ -67,7 +67,8 @@ ReplaySummary Replay(const std::string& dir, const ReplayRange& range,
       case detail::HeaderStatus::kNewer:
         summary.error = path + " was recorded in store version " + std::to_string(info.version) +
                         ", newer than this build reads (up to " +
-                        std::to_string(detail::kStoreVersion) + "); replay it with a newer zefo-monitor";
+                        std::to_string(detail::kStoreVersion) +
+                        "); replay it with a newer zefo-monitor";
         stop = true;
         continue;
       case detail::HeaderStatus::kTorn:
@@ -94,7 +95,8 @@ ReplaySummary Replay(const std::string& dir, const ReplayRange& range,
         break;
       }
       const bool key = (record.flags & detail::kKeyFrame) != 0;
-      if (status == detail::RecordStatus::kOk && !key && !previous) continue;  // lost with a damaged one
+      if (status == detail::RecordStatus::kOk && !key && !previous)
+        continue;  // lost with a damaged one
       if (status == detail::RecordStatus::kOk && detail::Decompress(record.payload, raw) &&
           detail::DecodePass(raw, map, key ? nullptr : &*previous, pass)) {
         previous = pass;

@@ -24,7 +24,8 @@ std::string SegmentName(uint64_t started_ms) {
 bool IsSegmentName(const std::string& name) {
   const std::size_t prefix = sizeof kPrefix - 1, suffix = sizeof kSuffix - 1;
   if (name.size() != prefix + kDigits + suffix) return false;
-  if (name.compare(0, prefix, kPrefix) != 0 || name.compare(prefix + kDigits, suffix, kSuffix) != 0) {
+  if (name.compare(0, prefix, kPrefix) != 0 ||
+      name.compare(prefix + kDigits, suffix, kSuffix) != 0) {
     return false;
   }
   return std::all_of(name.begin() + prefix, name.begin() + prefix + kDigits,

@@ -86,8 +86,7 @@ int main(int argc, char** argv) {
   }
   // Standard output carries the passes unless they go to a file, or the tool serves or records
   // them and was not asked for a format.
-  const bool to_stdout =
-      !output && ((!opt.listen && opt.record_dir.empty()) || opt.format_given);
+  const bool to_stdout = !output && ((!opt.listen && opt.record_dir.empty()) || opt.format_given);
   std::string last_error;
   // Writes one pass where it goes; false once standard output's reader went away.
   const auto emit = [&](const zefo::format::Snapshot& pass) {
