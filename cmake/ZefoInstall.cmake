@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 set(ZEFO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZefoResourceMonitor)
 
-install(TARGETS zefo_resource_monitor zefo_format zefo_record zefo_thread zefo_timmer zefo_utils
+install(TARGETS zefo_resource_monitor zefo_format zefo_thread zefo_timmer zefo_utils
   EXPORT ZefoResourceMonitorTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
@@ -40,7 +40,12 @@ configure_file(cmake/zefo_format.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zefo_format.p
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zefo_format.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
+if(TARGET zefo_record)
+install(TARGETS zefo_record EXPORT ZefoResourceMonitorTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(cmake/zefo_record.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zefo_record.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zefo_record.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
+endif()

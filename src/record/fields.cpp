@@ -8,7 +8,7 @@ namespace zefo::record::detail {
 
 void SkipFigure(ByteReader& in, WireType wire) {
   const uint8_t mode = in.U8();
-  if (mode == kSame) return;
+  if (mode == kSame || mode == kStep) return;
   if (mode != kRaw && mode != kDiff) {
     in.Fail();
     return;

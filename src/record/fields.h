@@ -18,11 +18,19 @@
 namespace zefo::record::detail {
 
 // How a figure travels. Every figure is written as a mode byte (kSame: as in the previous pass;
-// kRaw: the value follows; kDiff: the difference from the previous pass follows) and then, unless
-// kSame, its value: integers as zigzag varints, doubles as 8 bytes, strings length-prefixed, a
-// map of named pairs of doubles as a count and then name, first, second per entry.
+// kRaw: the value follows; kDiff: the difference from the previous pass follows; kStep: it moved
+// by the same difference as the last kDiff of the column) and then, for kRaw and kDiff, its
+// value: integers as zigzag varints, doubles as 8 bytes, strings length-prefixed, a map of named
+// pairs of doubles as a count and then name, first, second per entry.
 enum class WireType : uint8_t { kInt = 1, kDouble = 2, kString = 3, kPairMap = 4 };
-enum Mode : uint8_t { kSame = 0, kRaw = 1, kDiff = 2 };
+enum Mode : uint8_t { kSame = 0, kRaw = 1, kDiff = 2, kStep = 3 };
+
+// What a column of figures (one figure of every item of a kind) carries from item to item:
+// counters and run times move by the same step in most items of a pass.
+struct Column {
+  uint64_t int_step = 0;
+  double step = 0;
+};
 
 template <typename T, typename = void>
 struct Codec;
@@ -30,26 +38,36 @@ struct Codec;
 template <typename T>
 struct Codec<T, std::enable_if_t<std::is_integral_v<T>>> {
   static constexpr WireType kWire = WireType::kInt;
-  static void Encode(const T* prev, const T& cur, ByteWriter& out) {
+  static void Encode(const T* prev, const T& cur, Column& column, ByteWriter& out) {
     if (prev == nullptr) {
       out.U8(kRaw);
       out.Zigzag(static_cast<int64_t>(cur));
-    } else if (*prev == cur) {
+      return;
+    }
+    const uint64_t diff = static_cast<uint64_t>(cur) - static_cast<uint64_t>(*prev);
+    if (diff == 0) {
       out.U8(kSame);
+    } else if (diff == column.int_step) {
+      out.U8(kStep);
     } else {
       out.U8(kDiff);
-      out.Zigzag(static_cast<int64_t>(static_cast<uint64_t>(cur) - static_cast<uint64_t>(*prev)));
+      out.Zigzag(static_cast<int64_t>(diff));
+      column.int_step = diff;
     }
   }
-  static void Decode(ByteReader& in, T& value) {
+  static void Decode(ByteReader& in, T& value, Column& column) {
     const uint8_t mode = in.U8();
     if (mode == kRaw) {
       value = static_cast<T>(in.Zigzag());
-    } else if (mode == kDiff) {
-      value = static_cast<T>(static_cast<uint64_t>(value) + static_cast<uint64_t>(in.Zigzag()));
-    } else if (mode != kSame) {
-      in.Fail();
+      return;
     }
+    if (mode == kDiff) {
+      column.int_step = static_cast<uint64_t>(in.Zigzag());
+    } else if (mode != kStep) {
+      if (mode != kSame) in.Fail();
+      return;
+    }
+    value = static_cast<T>(static_cast<uint64_t>(value) + column.int_step);
   }
 };
 
@@ -62,9 +80,13 @@ struct Codec<double> {
   static constexpr WireType kWire = WireType::kDouble;
   // A difference is written only when adding it back gives the very same bits; rates that move
   // by the same step in many items then compress well.
-  static void Encode(const double* prev, const double& cur, ByteWriter& out) {
+  static void Encode(const double* prev, const double& cur, Column& column, ByteWriter& out) {
     if (prev != nullptr && SameBits(*prev, cur)) {
       out.U8(kSame);
+      return;
+    }
+    if (prev != nullptr && SameBits(*prev + column.step, cur)) {
+      out.U8(kStep);
       return;
     }
     if (prev != nullptr) {
@@ -72,18 +94,22 @@ struct Codec<double> {
       if (SameBits(*prev + diff, cur)) {
         out.U8(kDiff);
         out.F64(diff);
+        column.step = diff;
         return;
       }
     }
     out.U8(kRaw);
     out.F64(cur);
   }
-  static void Decode(ByteReader& in, double& value) {
+  static void Decode(ByteReader& in, double& value, Column& column) {
     const uint8_t mode = in.U8();
     if (mode == kRaw) {
       value = in.F64();
     } else if (mode == kDiff) {
-      value += in.F64();
+      column.step = in.F64();
+      value += column.step;
+    } else if (mode == kStep) {
+      value += column.step;
     } else if (mode != kSame) {
       in.Fail();
     }
@@ -93,7 +119,7 @@ struct Codec<double> {
 template <>
 struct Codec<std::string> {
   static constexpr WireType kWire = WireType::kString;
-  static void Encode(const std::string* prev, const std::string& cur, ByteWriter& out) {
+  static void Encode(const std::string* prev, const std::string& cur, Column&, ByteWriter& out) {
     if (prev != nullptr && *prev == cur) {
       out.U8(kSame);
     } else {
@@ -101,7 +127,7 @@ struct Codec<std::string> {
       out.Str(cur);
     }
   }
-  static void Decode(ByteReader& in, std::string& value) {
+  static void Decode(ByteReader& in, std::string& value, Column&) {
     const uint8_t mode = in.U8();
     if (mode == kRaw) {
       value = std::string(in.Str());
@@ -143,7 +169,7 @@ struct Codec<std::map<std::string, P>> {
     }
     return true;
   }
-  static void Encode(const Map* prev, const Map& cur, ByteWriter& out) {
+  static void Encode(const Map* prev, const Map& cur, Column&, ByteWriter& out) {
     if (prev != nullptr && Equal(*prev, cur)) {
       out.U8(kSame);
       return;
@@ -156,7 +182,7 @@ struct Codec<std::map<std::string, P>> {
       out.F64(pair.*PairOf<P>::kSecond);
     }
   }
-  static void Decode(ByteReader& in, Map& value) {
+  static void Decode(ByteReader& in, Map& value, Column&) {
     const uint8_t mode = in.U8();
     if (mode == kSame) return;
     if (mode != kRaw) {
@@ -184,20 +210,22 @@ struct Field {
   WireType wire;
   // Writes the figure of `cur`, against that of `prev` unless it is null (a new item or a key
   // frame).
-  void (*encode)(const Item* prev, const Item& cur, ByteWriter& out);
+  void (*encode)(const Item* prev, const Item& cur, Column& column, ByteWriter& out);
   // Reads the figure into `item`, which holds the previous pass's figures (or the defaults).
-  void (*decode)(ByteReader& in, Item& item);
+  void (*decode)(ByteReader& in, Item& item, Column& column);
 };
 
 template <typename Item, auto Member>
 Field<Item> MakeField(const char* name) {
   using T = std::remove_reference_t<decltype(std::declval<Item&>().*Member)>;
   return Field<Item>{name, Codec<T>::kWire,
-                     [](const Item* prev, const Item& cur, ByteWriter& out) {
+                     [](const Item* prev, const Item& cur, Column& column, ByteWriter& out) {
                        Codec<T>::Encode(prev != nullptr ? &(prev->*Member) : nullptr, cur.*Member,
-                                        out);
+                                        column, out);
                      },
-                     [](ByteReader& in, Item& item) { Codec<T>::Decode(in, item.*Member); }};
+                     [](ByteReader& in, Item& item, Column& column) {
+                       Codec<T>::Decode(in, item.*Member, column);
+                     }};
 }
 
 const std::vector<Field<CpuResourceItem>>& Fields(const CpuResourceItem*);

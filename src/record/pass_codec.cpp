@@ -43,7 +43,8 @@ void EncodeKind(const std::map<std::string, Item>* prev, const std::map<std::str
   }
   for (const Field<Item>& field : fields) {
     std::size_t i = 0;
-    for (const auto& entry : cur) field.encode(previous[i++], entry.second, out);
+    Column column;
+    for (const auto& entry : cur) field.encode(previous[i++], entry.second, column, out);
   }
 }
 
@@ -69,9 +70,10 @@ bool DecodeKind(ByteReader& in, const std::vector<std::pair<int, WireType>>& fig
     if (!items.emplace(std::string(in.Str()), Item()).second || !in.ok()) return false;
   }
   for (const auto& [index, wire] : figures) {
+    Column column;
     for (auto& entry : items) {
       if (index >= 0) {
-        fields[static_cast<std::size_t>(index)].decode(in, entry.second);
+        fields[static_cast<std::size_t>(index)].decode(in, entry.second, column);
       } else {
         SkipFigure(in, wire);
       }

@@ -155,10 +155,10 @@ TEST_F(Store, DamageCostsUpToTheNextKeyFrame) {
     std::size_t offset;  // into the record
     std::vector<uint64_t> expected;
   } cases[] = {
-      {2, 20, {1, 2, 5, 6}},    // a key frame's compressed body
-      {2, 5, {1, 2, 5, 6}},     // its length
-      {3, 30, {1, 2, 3, 5, 6}}, // a delta
-      {3, 0, {1, 2, 3, 5, 6}},  // its marker
+      {2, 20, {1, 2, 5, 6}},     // a key frame's compressed body
+      {2, 5, {1, 2, 5, 6}},      // its length
+      {3, 30, {1, 2, 3, 5, 6}},  // a delta
+      {3, 0, {1, 2, 3, 5, 6}},   // its marker
   };
   for (const auto& c : cases) {
     std::string damaged = whole;
@@ -207,8 +207,7 @@ TEST_F(Store, RemovesOldestSegmentsBySizeAndAge) {
 
   // A segment last written eight days ago goes when a recorder opens the store.
   const std::string old = Segments(dir).at(0);
-  const struct timespec times[2] = {{time(nullptr) - 8 * 86400, 0},
-                                    {time(nullptr) - 8 * 86400, 0}};
+  const struct timespec times[2] = {{time(nullptr) - 8 * 86400, 0}, {time(nullptr) - 8 * 86400, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, old.c_str(), times, 0), 0);
   Recorder recorder;
   ASSERT_EQ(recorder.Open(dir), "");
@@ -263,12 +262,18 @@ TEST(TimeArguments, UnixSecondsAndIso8601) {
     const char* text;
     uint64_t ms;  // 0: refused
   } cases[] = {
-      {"1714589462", 1714589462000},        {"1714589462.25", 1714589462250},
-      {"2024-05-01T18:51:02Z", 1714589462000}, {"2024-05-01 20:51:02+02:00", 1714589462000},
-      {"2024-05-01T13:51:02.5-0500", 1714589462500}, {"2024-05-01T20:51:02", 1714589462000},
-      {"2024-05-01T20:51", 1714589460000},  {"2024-01-01T01:00:00", 1704067200000},
-      {"2024-13-01T00:00:00Z", 0},          {"2024-05-01T18:51:02+2", 0},
-      {"yesterday", 0},                     {"", 0},
+      {"1714589462", 1714589462000},
+      {"1714589462.25", 1714589462250},
+      {"2024-05-01T18:51:02Z", 1714589462000},
+      {"2024-05-01 20:51:02+02:00", 1714589462000},
+      {"2024-05-01T13:51:02.5-0500", 1714589462500},
+      {"2024-05-01T20:51:02", 1714589462000},
+      {"2024-05-01T20:51", 1714589460000},
+      {"2024-01-01T01:00:00", 1704067200000},
+      {"2024-13-01T00:00:00Z", 0},
+      {"2024-05-01T18:51:02+2", 0},
+      {"yesterday", 0},
+      {"", 0},
   };
   for (const auto& c : cases) {
     uint64_t ms = 0;

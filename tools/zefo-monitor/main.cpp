@@ -16,8 +16,10 @@
 #include "output_file.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
+#ifdef ZEFO_WITH_RECORD
 #include "zefo/record/recorder.h"
 #include "zefo/record/replay.h"
+#endif
 #include "zefo/zefo_resource_monitor.h"
 #ifdef ZEFO_WITH_HTTP
 #include "dashboard_page.h"
@@ -103,6 +105,11 @@ int main(int argc, char** argv) {
     return true;
   };
 
+#ifndef ZEFO_WITH_RECORD
+  if (!opt.replay_dir.empty() || !opt.record_dir.empty()) {
+    return Fail("this zefo-monitor was built without the recorder (zstd and zlib)");
+  }
+#else
   if (!opt.replay_dir.empty()) {
     // The recorded passes, written as the live run wrote them.
     const zefo::record::ReplaySummary summary = zefo::record::Replay(
@@ -121,6 +128,7 @@ int main(int argc, char** argv) {
     if (!problem.empty()) return Fail("--record: " + problem);
   }
   std::string last_record_error;
+#endif
 
   // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
   // keeps them away from the sampling and HTTP threads too.
@@ -179,6 +187,7 @@ int main(int argc, char** argv) {
 #ifdef ZEFO_WITH_HTTP
     store.Publish(pass);
 #endif
+#ifdef ZEFO_WITH_RECORD
     if (!opt.record_dir.empty()) {
       const std::string error = recorder.Append(*pass);
       if (!error.empty() && error != last_record_error) {
@@ -186,6 +195,7 @@ int main(int argc, char** argv) {
       }
       last_record_error = error;
     }
+#endif
     if (!emit(*pass)) break;  // the reader went away
   }
 #ifdef ZEFO_WITH_HTTP
