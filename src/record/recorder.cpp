@@ -152,7 +152,9 @@ std::string Recorder::Open(const std::string& dir) {
   State& s = *state_;
   s.dir = dir;
   if (mkdir(dir.c_str(), 0750) != 0 && errno != EEXIST) return Errno("cannot create " + dir);
-  s.dir_fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  // DIR itself may be a link (systemd's StateDirectory with DynamicUser is one); what is in it
+  // is opened relative to it, never through a link.
+  s.dir_fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (s.dir_fd < 0) return Errno("cannot open " + dir);
   // The lock file is never followed through a link another user could have planted.
   s.lock_fd = openat(s.dir_fd, kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640);

@@ -24,7 +24,7 @@ struct ZEFO_EXPORT RecorderOptions {
   /// most this much), and whenever a segment is closed.
   uint64_t sync_interval_ms = 60 * 1000;
   /// zstd level of each record.
-  int compression_level = 3;
+  int compression_level = 9;
 };
 
 /// Appends passes to a store directory: segment files of checksummed, compressed records,
