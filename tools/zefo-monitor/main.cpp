@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -33,6 +34,10 @@ constexpr long kPollNanoseconds = 20L * 1000 * 1000;
 
 // The most the dashboard's history of charted figures may hold, whatever --history says.
 constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
+// Over a --replay it charts the window replayed: at most 8 days and 32 MiB of figures (about
+// 140000 passes of a 2-CPU board).
+constexpr uint64_t kReplayWindowMs = uint64_t{8} * 24 * 3600 * 1000;
+constexpr std::size_t kReplayBudgetBytes = 32 << 20;
 
 int Fail(const std::string& message) {
   std::cerr << "zefo-monitor: " << message << "\n";
@@ -63,9 +68,6 @@ int main(int argc, char** argv) {
   const zefo::cli::ParseResult parsed = zefo::cli::ParseOptions(argc, argv);
   if (!parsed.run) return parsed.exit_code;
   const zefo::cli::Options& opt = parsed.options;
-  if (!opt.replay_dir.empty() && opt.listen) {
-    return Fail("--listen cannot serve a --replay yet; replay to --output or standard output");
-  }
 #ifdef ZEFO_HTTP_HELPER
   if (opt.listen) return HandOverToHttpHelper(argv);
 #endif
@@ -110,15 +112,6 @@ int main(int argc, char** argv) {
     return Fail("this zefo-monitor was built without the recorder (zstd and zlib)");
   }
 #else
-  if (!opt.replay_dir.empty()) {
-    // The recorded passes, written as the live run wrote them.
-    const zefo::record::ReplaySummary summary = zefo::record::Replay(
-        opt.replay_dir, {opt.replay_from_ms, opt.replay_to_ms}, emit,
-        [](const std::string& problem) { std::cerr << "zefo-monitor: " << problem << "\n"; });
-    if (!summary.error.empty()) std::cerr << "zefo-monitor: " << summary.error << "\n";
-    return summary.readable > 0 || summary.error.empty() ? 0 : 1;
-  }
-
   zefo::record::RecorderOptions record_options;
   record_options.max_bytes = opt.record_max_bytes;
   record_options.max_age_ms = opt.record_max_age_ms;
@@ -139,8 +132,14 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
 #ifdef ZEFO_WITH_HTTP
-  zefo::cli::PassStore store(opt.period_ms, static_cast<uint64_t>(opt.history_seconds) * 1000,
-                             kHistoryBudgetBytes);
+  // Over a replay the dashboard charts the whole window replayed.
+  const bool replay = !opt.replay_dir.empty();
+  const uint64_t replay_span = opt.replay_to_ms - opt.replay_from_ms;
+  zefo::cli::PassStore store(
+      opt.period_ms,
+      replay ? std::min(replay_span, kReplayWindowMs)
+             : static_cast<uint64_t>(opt.history_seconds) * 1000,
+      replay ? kReplayBudgetBytes : kHistoryBudgetBytes);
   std::unique_ptr<zefo::cli::HttpServer> server;
   if (opt.listen) {
     // A scraper that hangs up mid-answer must not kill the tool.
@@ -164,6 +163,33 @@ int main(int argc, char** argv) {
   }
 #else
   if (opt.listen) return Fail("--listen: this zefo-monitor was built without HTTP support");
+#endif
+
+#ifdef ZEFO_WITH_RECORD
+  if (!opt.replay_dir.empty()) {
+    // The recorded passes, written as the live run wrote them.
+    const zefo::record::ReplaySummary summary = zefo::record::Replay(
+        opt.replay_dir, {opt.replay_from_ms, opt.replay_to_ms},
+        [&](const zefo::format::Snapshot& pass) {
+#ifdef ZEFO_WITH_HTTP
+          store.Publish(std::make_shared<const zefo::format::Snapshot>(pass));
+#endif
+          return emit(pass);
+        },
+        [](const std::string& problem) { std::cerr << "zefo-monitor: " << problem << "\n"; });
+    if (!summary.error.empty()) std::cerr << "zefo-monitor: " << summary.error << "\n";
+    const int status = summary.readable > 0 || summary.error.empty() ? 0 : 1;
+#ifdef ZEFO_WITH_HTTP
+    if (server) {
+      // The dashboard and /metrics show the replayed window until interrupted.
+      std::cerr << "zefo-monitor: replayed " << summary.passes << " passes" << std::endl;
+      int signal_number = 0;
+      sigwait(&stop_signals, &signal_number);
+      server->Stop();
+    }
+#endif
+    return status;
+  }
 #endif
 
   auto monitor =
