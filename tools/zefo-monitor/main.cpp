@@ -5,9 +5,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -135,11 +135,10 @@ int main(int argc, char** argv) {
   // Over a replay the dashboard charts the whole window replayed.
   const bool replay = !opt.replay_dir.empty();
   const uint64_t replay_span = opt.replay_to_ms - opt.replay_from_ms;
-  zefo::cli::PassStore store(
-      opt.period_ms,
-      replay ? std::min(replay_span, kReplayWindowMs)
-             : static_cast<uint64_t>(opt.history_seconds) * 1000,
-      replay ? kReplayBudgetBytes : kHistoryBudgetBytes);
+  zefo::cli::PassStore store(opt.period_ms,
+                             replay ? std::min(replay_span, kReplayWindowMs)
+                                    : static_cast<uint64_t>(opt.history_seconds) * 1000,
+                             replay ? kReplayBudgetBytes : kHistoryBudgetBytes);
   std::unique_ptr<zefo::cli::HttpServer> server;
   if (opt.listen) {
     // A scraper that hangs up mid-answer must not kill the tool.
