@@ -1,13 +1,14 @@
 // zefo-record-bench: what the flight recorder costs on the machine at hand.
 //
-//   zefo-record-bench [--passes K] [--period MS] [--day-passes N] [--level L] [--dir DIR]
+//   zefo-record-bench [--passes K] [--period MS] [--day-passes N] [--json-passes J] [--level L]
+//                     [--dir DIR]
 //
 // Samples K live passes of the whole machine with the library (period MS, default 500), records
 // each as zefo-monitor --record does, and prints the median bytes a pass adds to the store, the
 // bytes of a day at the default 2000 ms period, and the CPU a pass costs with and without the
 // recording (medians over the same passes, and their ratio). Then it records N passes (default
 // 43200, a day at 2000 ms) made of the sampled ones with their times moved 2 s apart, and times
-// replaying them, alone and to JSON. --level sets the zstd level (default 9, the recorder's).
+// replaying them, alone and to JSON (only the first J to JSON, when given). --level sets the zstd level (default 9, the recorder's).
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -51,8 +52,9 @@ double Median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
   int passes = 60, period = 500, level = 9;
-  long day_passes = 43200;
+  long day_passes = 43200, json_passes = -1;
   std::string dir = "/tmp/zefo-record-bench." + std::to_string(getpid());
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string flag = argv[i];
     if (flag == "--passes")
@@ -161,7 +163,7 @@ int main(int argc, char** argv) {
       day_dir, {},
       [&](const zefo::format::Snapshot& pass) {
         json_bytes += zefo::format::FormatJson(pass).size();
-        return true;
+        return json_passes < 0 || --json_passes > 0;
       },
       [](const std::string& problem) { std::fprintf(stderr, "%s\n", problem.c_str()); });
   const double seconds = (ClockUs(CLOCK_MONOTONIC) - t0) / 1e6;
