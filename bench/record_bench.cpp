@@ -8,7 +8,8 @@
 // bytes of a day at the default 2000 ms period, and the CPU a pass costs with and without the
 // recording (medians over the same passes, and their ratio). Then it records N passes (default
 // 43200, a day at 2000 ms) made of the sampled ones with their times moved 2 s apart, and times
-// replaying them, alone and to JSON (only the first J to JSON, when given). --level sets the zstd level (default 9, the recorder's).
+// replaying them, alone and to JSON (only the first J to JSON, when given). --level sets the
+// zstd level (default 9, the recorder's).
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -139,8 +140,8 @@ int main(int argc, char** argv) {
       us.push_back(ClockUs(CLOCK_THREAD_CPUTIME_ID) - t0);
       if (i % 60 != 0) b.push_back(static_cast<double>(again.StoreBytes() - before));
     }
-    std::printf("level=%d bytes_per_pass_median=%.0f record_cpu_us_median=%.0f\n", other,
-                Median(b), Median(us));
+    std::printf("level=%d bytes_per_pass_median=%.0f record_cpu_us_median=%.0f\n", other, Median(b),
+                Median(us));
   }
 
   zefo::record::Recorder day(options);
