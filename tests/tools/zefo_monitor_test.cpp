@@ -156,6 +156,12 @@ TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
 #ifdef ZEFO_WITH_HTTP
       {{"--listen", "no.such.host.invalid:9464"}, "cannot listen on no.such.host.invalid:9464"},
 #endif
+      {{"--from", "1", "--count", "1"}, "--from requires --replay"},
+      {{"--replay", "/tmp", "--to", "2024-05-01T25:00"}, "is not a time"},
+      {{"--replay", "/tmp", "--from", "20", "--to", "10"}, "--from 20 lies after --to 10"},
+      {{"--replay", "/tmp", "--record", "/tmp"}, "--record excludes --replay"},
+      {{"--record-max-size", "1K", "--record", "/tmp/x"}, "'1K' is too small"},
+      {{"--record-max-age", "7y", "--record", "/tmp/x"}, "'7y' is not a duration"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
@@ -200,6 +206,34 @@ TEST(ZefoMonitorToolTest, CountPrintsThatManyWholeReports) {
   }
   EXPECT_EQ(reports, 2u) << run.out;
 }
+
+#ifdef ZEFO_WITH_RECORD
+// What --record stored, --replay writes byte for byte as the live run wrote it; a second
+// recorder on the same store is refused.
+TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
+  char pattern[] = "/tmp/zefo-record-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string dir = pattern, self = std::to_string(getpid());
+  for (const char* format : {"report", "json"}) {
+    const std::string store = dir + "/" + format;
+    const Outcome live = RunToEnd({"--record", store, "--format", format, "--count", "3",
+                                   "--period", "50", "--pid", self, "--pid", "1"});
+    ASSERT_EQ(live.code, 0) << live.err;
+    const Outcome replay = RunToEnd({"--replay", store, "--format", format});
+    EXPECT_EQ(replay.code, 0) << replay.err;
+    EXPECT_EQ(replay.err, "");
+    EXPECT_EQ(replay.out, live.out) << format;
+  }
+  Child holder = Spawn({"--record", dir + "/json", "--period", "50"});
+  std::this_thread::sleep_for(milliseconds(300));
+  const Outcome second = RunToEnd({"--record", dir + "/json", "--count", "1"});
+  EXPECT_EQ(second.code, 2);
+  EXPECT_NE(second.err.find("another recorder is writing to"), std::string::npos) << second.err;
+  kill(holder.pid, SIGTERM);
+  EXPECT_EQ(Reap(holder), 0);
+  std::filesystem::remove_all(dir);
+}
+#endif
 
 TEST(ZefoMonitorToolTest, StopSignalsEndItCleanlyWithoutWaitingThePeriodOut) {
   for (int sig : {SIGTERM, SIGINT}) {

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -20,6 +21,10 @@
 #include "output_file.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
+#ifdef ZEFO_WITH_RECORD
+#include "zefo/record/recorder.h"
+#include "zefo/record/replay.h"
+#endif
 #include "zefo/zefo_resource_monitor.h"
 #ifdef ZEFO_WITH_TOP
 #include "top/live_source.h"
@@ -39,6 +44,10 @@ constexpr long kPollNanoseconds = 20L * 1000 * 1000;
 
 // The most the dashboard's history of charted figures may hold, whatever --history says.
 constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
+// Over a --replay it charts the window replayed: at most 8 days and 32 MiB of figures (about
+// 140000 passes of a 2-CPU board).
+constexpr uint64_t kReplayWindowMs = uint64_t{8} * 24 * 3600 * 1000;
+constexpr std::size_t kReplayBudgetBytes = 32 << 20;
 
 int Fail(const std::string& message) {
   std::cerr << "zefo-monitor: " << message << "\n";
@@ -47,6 +56,8 @@ int Fail(const std::string& message) {
 
 // Exit status when a pass could not be written (a full disk, a closed terminal).
 constexpr int kWriteFailed = 1;
+// What writing a pass returns when the run goes on.
+constexpr int kKeepGoing = -1;
 
 // Writes all of `text` to standard output: 0, or the errno of the write that failed.
 int WriteStdout(std::string_view text) {
@@ -106,21 +117,13 @@ int main(int argc, char** argv) {
     const std::string problem = output->Probe();
     if (!problem.empty()) return Fail("cannot write --output " + opt.output + ": " + problem);
   }
-  // Standard output carries the passes unless they go to a file, or the tool serves them and
-  // was not asked for a format.
-  const bool to_stdout = !output && (!opt.listen || opt.format_given);
+  // Standard output carries the passes unless they go to a file, or the tool serves or records
+  // them and was not asked for a format.
+  const bool to_stdout = !output && ((!opt.listen && opt.record_dir.empty()) || opt.format_given);
   // Process names, command lines and registered names are whatever their owners chose; on a
   // terminal the report shows their control characters escaped. Files and pipes get the
   // library's bytes.
   const bool escape_report = to_stdout && opt.format == Format::kReport && isatty(STDOUT_FILENO);
-
-  // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
-  // keeps them away from the sampling and HTTP threads too.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
   zefo::format::FormatOptions format_options;
   format_options.line_details = opt.line_details;
@@ -131,9 +134,63 @@ int main(int argc, char** argv) {
 #ifndef ZEFO_WITH_TOP
   if (opt.top) return Fail("--top: this build has no terminal view");
 #endif
+
+  // Writes one pass where it goes: kKeepGoing, or the status to end the run with.
+  const auto emit = [&](const zefo::format::Snapshot& pass) {
+    if (output) {
+      const std::string error = output->Write(FormatPass(pass, file_format, format_options));
+      if (!error.empty()) {
+        std::cerr << "zefo-monitor: " << error << "\n";
+        return kWriteFailed;
+      }
+    }
+    if (to_stdout) {
+      std::string text = FormatPass(pass, opt.format, stdout_options);
+      if (escape_report) text = zefo::format::EscapeForTerminal(text);
+      const int error = WriteStdout(text);
+      // A reader that went away (`zefo-monitor | head`) ends the run quietly.
+      if (error == EPIPE) return 0;
+      if (error != 0) {
+        std::cerr << "zefo-monitor: cannot write to standard output: " << std::strerror(error)
+                  << "\n";
+        return kWriteFailed;
+      }
+    }
+    return kKeepGoing;
+  };
+
+#ifndef ZEFO_WITH_RECORD
+  if (!opt.replay_dir.empty() || !opt.record_dir.empty()) {
+    return Fail("this zefo-monitor was built without the recorder (zstd and zlib)");
+  }
+#else
+  zefo::record::RecorderOptions record_options;
+  record_options.max_bytes = opt.record_max_bytes;
+  record_options.max_age_ms = opt.record_max_age_ms;
+  zefo::record::Recorder recorder(record_options);
+  if (!opt.record_dir.empty()) {
+    const std::string problem = recorder.Open(opt.record_dir);
+    if (!problem.empty()) return Fail("--record: " + problem);
+  }
+  std::string last_record_error;
+#endif
+
+  // SIGINT and SIGTERM are taken synchronously below; blocking them before any thread starts
+  // keeps them away from the sampling and HTTP threads too.
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+
 #ifdef ZEFO_WITH_HTTP
-  zefo::cli::PassStore store(opt.period_ms, static_cast<uint64_t>(opt.history_seconds) * 1000,
-                             kHistoryBudgetBytes);
+  // Over a replay the dashboard charts the whole window replayed.
+  const bool replay = !opt.replay_dir.empty();
+  const uint64_t replay_span = opt.replay_to_ms - opt.replay_from_ms;
+  zefo::cli::PassStore store(opt.period_ms,
+                             replay ? std::min(replay_span, kReplayWindowMs)
+                                    : static_cast<uint64_t>(opt.history_seconds) * 1000,
+                             replay ? kReplayBudgetBytes : kHistoryBudgetBytes);
   std::unique_ptr<zefo::cli::HttpServer> server;
   if (opt.listen) {
     // Seen by ps and top under the name people started, not the helper's.
@@ -173,6 +230,35 @@ int main(int argc, char** argv) {
   if (opt.listen) return Fail("--listen: this zefo-monitor was built without HTTP support");
 #endif
 
+#ifdef ZEFO_WITH_RECORD
+  if (!opt.replay_dir.empty()) {
+    // The recorded passes, written as the live run wrote them.
+    int status = kKeepGoing;
+    const zefo::record::ReplaySummary summary = zefo::record::Replay(
+        opt.replay_dir, {opt.replay_from_ms, opt.replay_to_ms},
+        [&](const zefo::format::Snapshot& pass) {
+#ifdef ZEFO_WITH_HTTP
+          store.Publish(std::make_shared<const zefo::format::Snapshot>(pass));
+#endif
+          status = emit(pass);
+          return status == kKeepGoing;
+        },
+        [](const std::string& problem) { std::cerr << "zefo-monitor: " << problem << "\n"; });
+    if (!summary.error.empty()) std::cerr << "zefo-monitor: " << summary.error << "\n";
+    if (status != kKeepGoing) return status;
+#ifdef ZEFO_WITH_HTTP
+    if (server) {
+      // The dashboard and /metrics show the replayed window until interrupted.
+      std::cerr << "zefo-monitor: replayed " << summary.passes << " passes" << std::endl;
+      int signal_number = 0;
+      sigwait(&stop_signals, &signal_number);
+      server->Stop();
+    }
+#endif
+    return summary.readable > 0 || summary.error.empty() ? 0 : 1;
+  }
+#endif
+
   auto monitor =
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
@@ -186,9 +272,9 @@ int main(int argc, char** argv) {
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
-  int status = 0;
+  int status = kKeepGoing;
   const struct timespec poll = {0, kPollNanoseconds};
-  while (opt.count == 0 || passes < opt.count) {
+  while (status == kKeepGoing && (opt.count == 0 || passes < opt.count)) {
     if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
     const uint64_t latest = monitor->GetUpdateTime();
     if (latest == 0 || latest == written) continue;
@@ -201,31 +287,20 @@ int main(int argc, char** argv) {
 #ifdef ZEFO_WITH_HTTP
     store.Publish(pass);
 #endif
-    if (output) {
-      const std::string error = output->Write(FormatPass(*pass, file_format, format_options));
-      if (!error.empty()) {
-        std::cerr << "zefo-monitor: " << error << "\n";
-        status = kWriteFailed;
-        break;
+#ifdef ZEFO_WITH_RECORD
+    if (!opt.record_dir.empty()) {
+      const std::string error = recorder.Append(*pass);
+      if (!error.empty() && error != last_record_error) {
+        std::cerr << "zefo-monitor: --record: " << error << "\n";
       }
+      last_record_error = error;
     }
-    if (to_stdout) {
-      std::string text = FormatPass(*pass, opt.format, stdout_options);
-      if (escape_report) text = zefo::format::EscapeForTerminal(text);
-      const int error = WriteStdout(text);
-      // A reader that went away (`zefo-monitor | head`) ends the run quietly.
-      if (error == EPIPE) break;
-      if (error != 0) {
-        std::cerr << "zefo-monitor: cannot write to standard output: " << std::strerror(error)
-                  << "\n";
-        status = kWriteFailed;
-        break;
-      }
-    }
+#endif
+    status = emit(*pass);
   }
 #ifdef ZEFO_WITH_HTTP
   if (server) server->Stop();
 #endif
   monitor.reset();
-  return status;
+  return status == kKeepGoing ? 0 : status;
 }

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "manual.h"
+#include "time_arg.h"
 #include "zefo/zefo_utils.h"
 
 namespace zefo::cli {
@@ -179,6 +180,47 @@ ParseResult ParseOptions(int argc, char** argv) {
   app.add_flag("--bash-completion", completion, "Print the bash completion script and exit")
       ->group("");
 
+  // The flight recorder.
+  const auto checked = [](auto parse) {
+    return CLI::Validator(
+        [parse](std::string& text) {
+          uint64_t unused;
+          return parse(text, unused);
+        },
+        "");
+  };
+  std::string max_size = "64M", max_age = "7d", from, to;
+  auto* record = app.add_option("--record", opt.record_dir,
+                                "Also append every pass to the store in DIR (created if missing), "
+                                "for --replay later")
+                     ->type_name("DIR");
+  app.add_option("--record-max-size", max_size,
+                 "With --record, the most the store keeps; the oldest passes go first "
+                 "(K, M, G: powers of 1024; default 64M)")
+      ->type_name("SIZE")
+      ->check(checked(ParseSize))
+      ->needs(record);
+  app.add_option("--record-max-age", max_age,
+                 "With --record, how long passes are kept (s, m, h, d; default 7d)")
+      ->type_name("DURATION")
+      ->check(checked(ParseDuration))
+      ->needs(record);
+  auto* replay = app.add_option("--replay", opt.replay_dir,
+                                "Write the passes recorded in DIR (by --record) instead of "
+                                "sampling, with --format and --output")
+                     ->type_name("DIR")
+                     ->excludes(record);
+  app.add_option("--from", from,
+                 "With --replay, the first time to write: Unix seconds or ISO 8601 (local time "
+                 "unless it ends in Z or an offset)")
+      ->type_name("TIME")
+      ->check(checked(ParseTime))
+      ->needs(replay);
+  app.add_option("--to", to, "With --replay, the last time to write (as --from)")
+      ->type_name("TIME")
+      ->check(checked(ParseTime))
+      ->needs(replay);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -214,6 +256,15 @@ ParseResult ParseOptions(int argc, char** argv) {
   }
   if (app.count("--web-config") > 0 && !opt.listen) {
     std::cerr << "zefo-monitor: --web-config needs --listen\n";
+    result.exit_code = 2;
+    return result;
+  }
+  ParseSize(max_size, opt.record_max_bytes);
+  ParseDuration(max_age, opt.record_max_age_ms);
+  if (!from.empty()) ParseTime(from, opt.replay_from_ms);
+  if (!to.empty()) ParseTime(to, opt.replay_to_ms);
+  if (opt.replay_from_ms > opt.replay_to_ms) {
+    std::cerr << "zefo-monitor: --from " << from << " lies after --to " << to << "\n";
     result.exit_code = 2;
     return result;
   }

@@ -1,6 +1,8 @@
 #ifndef ZEFO_TOOLS_ZEFO_MONITOR_OPTIONS_H_
 #define ZEFO_TOOLS_ZEFO_MONITOR_OPTIONS_H_
 
+#include <cstdint>
+#include <limits>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,6 +33,14 @@ struct Options {
   std::string web_config;     // --web-config FILE: TLS and basic auth for --listen
   bool top = false;           // the full-screen terminal view
   bool line_details = false;  // --format line with every core, device, zone and more processes
+  // --record DIR: every pass is also appended to the store in DIR, kept within these bounds.
+  std::string record_dir;
+  uint64_t record_max_bytes = uint64_t{64} << 20;
+  uint64_t record_max_age_ms = uint64_t{7} * 24 * 3600 * 1000;
+  // --replay DIR: the recorded passes between --from and --to instead of live ones.
+  std::string replay_dir;
+  uint64_t replay_from_ms = 0;
+  uint64_t replay_to_ms = std::numeric_limits<uint64_t>::max();
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or
