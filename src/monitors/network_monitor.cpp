@@ -49,4 +49,8 @@ bool NetworkMonitor::DoMonitor() {
   return line_number >= 2;
 }
 
+void NetworkMonitor::Forget(int64_t max_age_ms) {
+  info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

@@ -126,4 +126,8 @@ bool QeltDdrMonitor::DoMonitor() {
   return true;
 }
 
+void QeltDdrMonitor::Forget(int64_t max_age_ms) {
+  info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo
