@@ -5,15 +5,18 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "options.h"
 #include "output_file.h"
+#include "preflight.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
 #include "zefo/zefo_resource_monitor.h"
@@ -24,8 +27,8 @@
 
 namespace {
 
-// How often the tool looks for a finished pass; also the longest it takes to notice a signal.
-constexpr long kPollNanoseconds = 20L * 1000 * 1000;
+// The longest the tool sleeps without looking at the library, when passes take that long.
+constexpr int kWaitMilliseconds = 1000;
 
 // The most the dashboard's history of charted figures may hold, whatever --history says.
 constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
@@ -119,39 +122,77 @@ int main(int argc, char** argv) {
   if (opt.listen) return Fail("--listen: this zefo-monitor was built without HTTP support");
 #endif
 
+  for (const std::string& note : zefo::cli::MissingDataNotes(opt)) {
+    std::cerr << "zefo-monitor: " << note << "\n";
+  }
   auto monitor =
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
           : std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.pids, opt.paths);
+  monitor->SetForgetAfter(opt.forget_after_seconds * 1000);
+
+  // A thread of its own takes SIGINT and SIGTERM and wakes the loop below, which otherwise
+  // sleeps until the next pass ends.
+  std::atomic<bool> stopping{false};
+  std::thread signal_waiter([&stop_signals, &stopping, &monitor] {
+    int signal_number = 0;
+    sigwait(&stop_signals, &signal_number);
+    stopping.store(true);
+    monitor->StopWaiting();
+  });
+
+  // The report is the library's, every item it holds; every other output shows only what the
+  // newest pass saw.
+  const bool report_out =
+      (to_stdout && opt.format == Format::kReport) || (output && file_format == Format::kReport);
+  const bool live_out = opt.listen || (to_stdout && opt.format != Format::kReport) ||
+                        (output && file_format != Format::kReport);
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
   std::string last_error;
-  const struct timespec poll = {0, kPollNanoseconds};
   while (opt.count == 0 || passes < opt.count) {
-    if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
-    const uint64_t latest = monitor->GetUpdateTime();
+    const uint64_t latest = monitor->WaitForUpdate(written, kWaitMilliseconds);
+    if (stopping.load()) break;
     if (latest == 0 || latest == written) continue;
     // Copied under the library's lock; formatted after it is released. The copy may already
     // hold a newer pass than `latest`; remember the one it holds.
-    auto pass =
-        std::make_shared<const zefo::format::Snapshot>(zefo::format::TakeSnapshot(*monitor));
-    written = pass->update_time;
+    using zefo::format::Snapshot;
+    using zefo::format::SnapshotScope;
+    std::shared_ptr<const Snapshot> all, live;
+    if (report_out) {
+      all = std::make_shared<const Snapshot>(zefo::format::TakeSnapshot(*monitor));
+      if (live_out) {
+        auto copy = std::make_shared<Snapshot>(*all);
+        zefo::format::DropStale(*copy);
+        live = std::move(copy);
+      }
+    } else {
+      live = std::make_shared<const Snapshot>(
+          zefo::format::TakeSnapshot(*monitor, SnapshotScope::kLive));
+    }
+    written = (all ? all : live)->update_time;
     ++passes;
+    const auto pass_for = [&](Format format) -> const Snapshot& {
+      return format == Format::kReport ? *all : *live;
+    };
 #ifdef ZEFO_WITH_HTTP
-    store.Publish(pass);
+    if (opt.listen) store.Publish(live);
 #endif
     if (output) {
       // A failing write (a full disk) is reported once, and again after it recovers and fails.
-      const std::string error = output->Write(FormatPass(*pass, file_format, format_options));
+      const std::string error =
+          output->Write(FormatPass(pass_for(file_format), file_format, format_options));
       if (!error.empty() && error != last_error) std::cerr << "zefo-monitor: " << error << "\n";
       last_error = error;
     }
     if (to_stdout) {
-      std::cout << FormatPass(*pass, opt.format, format_options) << std::flush;
+      std::cout << FormatPass(pass_for(opt.format), opt.format, format_options) << std::flush;
       if (!std::cout) break;  // the reader went away
     }
   }
+  if (!stopping.load()) pthread_kill(signal_waiter.native_handle(), SIGTERM);
+  signal_waiter.join();
 #ifdef ZEFO_WITH_HTTP
   if (server) server->Stop();
 #endif

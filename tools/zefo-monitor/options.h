@@ -28,6 +28,8 @@ struct Options {
   bool listen = false;
   ListenAddress listen_address;
   int history_seconds = 600;  // how far back /api/history reaches with --listen
+  // A name no pass has seen for this long is forgotten; 0 keeps every name ever seen.
+  long long forget_after_seconds = 60;
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464" into `out`; "" or what is wrong.
