@@ -197,6 +197,47 @@ TEST(ZefoMonitorToolTest, CountPrintsThatManyWholeReports) {
   EXPECT_EQ(reports, 2u) << run.out;
 }
 
+// A process that exits leaves every format but the report from the pass after its exit.
+TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheLiveFormats) {
+  const struct {
+    const char* format;
+    std::string (*needle)(pid_t);
+    const char* pass_end;
+  } cases[] = {
+      {"json", [](pid_t p) { return "\"" + std::to_string(p) + "\":{"; }, "\n"},
+      {"line", [](pid_t p) { return "[" + std::to_string(p) + "]"; }, "\n"},
+      {"openmetrics", [](pid_t p) { return "pid=\"" + std::to_string(p) + "\""; }, "# EOF\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.format);
+    const pid_t busy = fork();
+    ASSERT_GE(busy, 0);
+    if (busy == 0) {
+      for (;;) {
+      }
+    }
+    Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", c.format});
+    ASSERT_GT(child.pid, 0);
+    const bool seen = Drain(child, milliseconds(30000), c.needle(busy));
+    kill(busy, SIGKILL);
+    waitpid(busy, nullptr, 0);
+    ASSERT_TRUE(seen) << child.out_text << child.err_text;
+    // The pass under way at the exit may still have sampled it; the one after may not.
+    const std::string end = c.pass_end;
+    const std::size_t done = child.out_text.rfind(end);
+    child.out_text.erase(0, done == std::string::npos ? 0 : done + end.size());
+    for (int pass = 0; pass < 2; ++pass) {
+      if (pass > 0) child.out_text.erase(0, child.out_text.find(end) + end.size());
+      ASSERT_TRUE(Drain(child, milliseconds(30000), end));
+    }
+    const std::string last = child.out_text.substr(0, child.out_text.find(end));
+    EXPECT_EQ(last.find(c.needle(busy)), std::string::npos) << last;
+    kill(child.pid, SIGTERM);
+    Drain(child, milliseconds(30000));
+    EXPECT_EQ(Reap(child), 0);
+  }
+}
+
 TEST(ZefoMonitorToolTest, StopSignalsEndItCleanlyWithoutWaitingThePeriodOut) {
   for (int sig : {SIGTERM, SIGINT}) {
     SCOPED_TRACE(strsignal(sig));
