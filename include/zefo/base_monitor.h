@@ -1,6 +1,7 @@
 #ifndef ZEFO_BASE_MONITOR_H_
 #define ZEFO_BASE_MONITOR_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -133,15 +134,19 @@ class ResourceInfo {
   /// Drops the stored sample and the item of every name whose newest sample was taken before
   /// `cutoff_ms` (on the clock the samples were stamped with). Update never calls it; it serves
   /// monitors asked to forget names that have gone (BaseMonitor::Forget).
-  void ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) {
+  /// Returns how many names were forgotten.
+  std::size_t ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) {
+    std::size_t forgotten = 0;
     for (auto it = states.begin(); it != states.end();) {
       if (it->second.timestamp < cutoff_ms) {
         items->Erase(it->first);
         it = states.erase(it);
+        ++forgotten;
       } else {
         ++it;
       }
     }
+    return forgotten;
   }
 
   /// Fills `item` from two samples of `name` taken `elapsed` seconds apart.
@@ -181,8 +186,12 @@ class ZEFO_EXPORT BaseMonitor {
   /// Forgets every name whose newest sample is more than `max_age_ms` old on this monitor's
   /// clock: its stored sample and its item are deleted, so a name that comes back starts over
   /// with a first sample. Only the aggregator's opt-in retention calls it. The default forgets
-  /// nothing, so a monitor that keeps its own records keeps them all.
-  virtual void Forget(int64_t max_age_ms) { (void)max_age_ms; }
+  /// nothing, so a monitor that keeps its own records keeps them all. Returns how many names
+  /// were forgotten.
+  virtual std::size_t Forget(int64_t max_age_ms) {
+    (void)max_age_ms;
+    return 0;
+  }
 
   /// Replaces the wall clock used to time samples (tests and replays).
   void SetClock(ClockFn clock) { clock_ = clock; }

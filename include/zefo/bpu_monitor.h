@@ -63,7 +63,7 @@ class ZEFO_EXPORT BpuMonitor : public BaseMonitor {
   /// One pass over the cores; always true.
   bool DoMonitor() override;
   /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  void Forget(int64_t max_age_ms) override;
+  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   BpuResourceInfo* info_;

@@ -97,7 +97,7 @@ class ZEFO_EXPORT DiskMonitor : public BaseMonitor {
   /// One pass over /proc/diskstats; always true.
   bool DoMonitor() override;
   /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  void Forget(int64_t max_age_ms) override;
+  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   DiskResourceInfo* info_;

@@ -66,7 +66,7 @@ class ZEFO_EXPORT MemoryMonitor : public BaseMonitor {
   /// One pass; always true, also when /proc/meminfo could not be read (every figure is then -1).
   bool DoMonitor() override;
   /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  void Forget(int64_t max_age_ms) override;
+  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   MemoryResourceInfo* info_;

@@ -66,7 +66,7 @@ class ZEFO_EXPORT NetworkMonitor : public BaseMonitor {
   /// lines.
   bool DoMonitor() override;
   /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  void Forget(int64_t max_age_ms) override;
+  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   NetworkResourceInfo* info_;

@@ -218,7 +218,7 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   /// root cannot be listed.
   bool DoMonitor() override;
   /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  void Forget(int64_t max_age_ms) override;
+  std::size_t Forget(int64_t max_age_ms) override;
 
   /// Bytes per statm page used for the mem* figures (defaults to the system's).
   void SetPageSize(int64_t page_size) { resource_info->SetPageSize(page_size); }

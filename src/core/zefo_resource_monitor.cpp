@@ -1,6 +1,9 @@
 #include "zefo/zefo_resource_monitor.h"
 
 #include <time.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <chrono>
 #include <iostream>
@@ -38,6 +41,17 @@ double Seconds(clockid_t clock) {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
+// A pass that forgot at least this many names hands the freed memory back to the system.
+constexpr std::size_t kForgottenBeforeTrim = 64;
+
+// The C library keeps freed memory for reuse, so after many short-lived processes are forgotten
+// the monitor would stay at the size of its busiest minute; glibc can return the free pages.
+void ReturnFreedMemory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
 // Adds the time and the CPU time since `wall`/`cpu` to `cost`.
 void Charge(MonitorPassCost& cost, double wall, double cpu) {
   cost.wall_seconds += Seconds(CLOCK_MONOTONIC) - wall;
@@ -49,6 +63,7 @@ void Charge(MonitorPassCost& cost, double wall, double cpu) {
 void MonitorThread::do_run() {
   while (is_running()) {
     uint64_t ended = 0;
+    std::size_t forgotten = 0;
     {
       ZefoSpinGuard guard(spin);
       // The monitors are fixed once sampling runs: the list is sized by the first pass only.
@@ -69,13 +84,14 @@ void MonitorThread::do_run() {
         if (forget_after_ms > 0) {
           const double wall = Seconds(CLOCK_MONOTONIC);
           const double cpu = Seconds(CLOCK_THREAD_CPUTIME_ID);
-          entry.second->Forget(forget_after_ms);
+          forgotten += entry.second->Forget(forget_after_ms);
           Charge(costs[index], wall, cpu);
         }
         ++index;
       }
       ended = update_time;
     }
+    if (forgotten >= kForgottenBeforeTrim) ReturnFreedMemory();
     {
       std::lock_guard<std::mutex> lock(wait_mutex);
       published_time = ended;

@@ -126,8 +126,8 @@ bool QeltDdrMonitor::DoMonitor() {
   return true;
 }
 
-void QeltDdrMonitor::Forget(int64_t max_age_ms) {
-  info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+std::size_t QeltDdrMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

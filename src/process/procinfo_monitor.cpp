@@ -333,8 +333,8 @@ bool ProcInfoMonitor::GetNet(const std::string& pid, ProcInfoState& state) {
   return true;
 }
 
-void ProcInfoMonitor::Forget(int64_t max_age_ms) {
-  resource_info->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+std::size_t ProcInfoMonitor::Forget(int64_t max_age_ms) {
+  return resource_info->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo
