@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # churn_rss.sh: zefo-monitor's resident memory while processes come and go. Runs zefo-monitor
 # (JSON to /dev/null, default period and retention) while RATE new processes a second start,
-# each living LIFE seconds, and reads VmRSS from its /proc/<pid>/status at minute 1 and at
-# minute 2. With retention the two agree within a few hundred kB; with --forget-after 0 (pass
-# it after --) the second is larger by what a minute of processes costs.
+# each living LIFE seconds, and reads VmRSS from its /proc/<pid>/status at the end of every
+# minute. With retention, memory stops growing once the first names are forgotten (after the
+# 60 s of --forget-after and a pass); with --forget-after 0 (pass it after --) every minute adds
+# what a minute of processes costs.
 #
 #   bench/churn_rss.sh [--monitor FILE] [--rate N] [--life S] [--minutes M] [-- OPTIONS...]
 #
 #   --monitor FILE   a built zefo-monitor (default: build/release, else build/debug)
 #   --rate N         new processes per second (default 60)
 #   --life S         seconds each one lives (default 3: every one is seen by a pass or two)
-#   --minutes M      read at minute 1 and at minute M (default 2)
+#   --minutes M      minutes to run, reading at the end of each (default 3)
 #   OPTIONS          more zefo-monitor options, e.g. --forget-after 0
 set -euo pipefail
 
@@ -18,7 +19,7 @@ repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 monitor=""
 rate=60
 life=3
-minutes=2
+minutes=3
 usage() { sed -n '2,15p' "${BASH_SOURCE[0]}" | sed 's/^# \{0,1\}//'; exit 2; }
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -55,10 +56,12 @@ cleanup() {
 }
 trap cleanup EXIT
 
-sleep 60
-first=$(rss_kb "$monitor_pid")
-echo "minute 1: VmRSS ${first} kB"
-sleep $(( (minutes - 1) * 60 ))
-last=$(rss_kb "$monitor_pid")
-echo "minute ${minutes}: VmRSS ${last} kB"
-echo "growth: $(( last - first )) kB (rate ${rate}/s, life ${life} s, options: ${*:-none})"
+first=""
+for minute in $(seq "$minutes"); do
+  sleep 60
+  rss=$(rss_kb "$monitor_pid")
+  echo "minute ${minute}: VmRSS ${rss} kB${first:+ (${minute} less 1: $(( rss - previous )) kB)}"
+  first=${first:-$rss}
+  previous=$rss
+done
+echo "rate ${rate}/s, life ${life} s, options: ${*:-none}"

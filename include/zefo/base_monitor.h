@@ -66,7 +66,12 @@ class ZEFO_EXPORT ResourceItems {
 
   /// Notes that `item` (one of these items) was rewritten by the pass under way. Monitors that
   /// write their records themselves, rather than through ResourceInfo::Update, call it too.
-  void Touch(ResourceItem* item) { touched_.push_back(item); }
+  void Touch(ResourceItem* item) {
+    // A pass touches each item about once. A list far longer than the items means passes that
+    // nobody ended (a monitor driven without the aggregator): their marks are dropped.
+    if (touched_.size() >= 2 * items_.size() + 64) touched_.clear();
+    touched_.push_back(item);
+  }
   /// Gives each item touched since the last call `update_time`, then empties the list.
   void StampTouched(uint64_t update_time);
 
