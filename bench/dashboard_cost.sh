@@ -58,9 +58,10 @@ sleep 5  # a few passes, so the history holds something
 cpu_ticks() { awk '{ print $14 + $15 }' "/proc/$monitor_pid/stat"; }
 ticks_per_second=$(getconf CLK_TCK)
 
-# The dashboard page's loop: the newest pass, then the history it has not seen yet.
+# The dashboard page's loop: the newest pass, then the history it has not seen yet. Run in the
+# background, it execs python, so that killing it ends the client.
 poll() {
-  python3 - "$base" "$period" << 'PY'
+  exec python3 - "$base" "$period" << 'PY'
 import json, math, sys, time, urllib.request
 base, period = sys.argv[1], int(sys.argv[2]) / 1000
 last = 0
