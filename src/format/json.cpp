@@ -187,6 +187,14 @@ std::string FormatJson(const Snapshot& pass) {
         break;
     }
   }
+  if (!pass.costs.empty()) {
+    Json costs = Json::object();
+    for (const MonitorPassCost& cost : pass.costs) {
+      costs[KindName(cost.type)] = {{"wall_seconds", Real(cost.wall_seconds)},
+                                    {"cpu_seconds", Real(cost.cpu_seconds)}};
+    }
+    out["pass_cost"] = std::move(costs);
+  }
   // Kernel strings are bytes: a process may name itself with anything. Bad UTF-8 becomes
   // U+FFFD instead of an exception, so every line is valid JSON.
   return out.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";

@@ -80,7 +80,8 @@ for entry in "${cases[@]}"; do
   await '^exit=0'
   # Terminals with an alternate screen get theirs back; a vt100 or serial console has none.
   if tput -T "$term" smcup >/dev/null 2>&1; then
-    screen | grep -q BEFORE-TOP || fail "the screen from before --top is not back"
+    tmux -L "$socket" capture-pane -p -S - -t top | grep -q BEFORE-TOP ||
+      fail "the screen from before --top is not back"
   fi
   [[ $(tmux -L "$socket" display -p -t top '#{alternate_on}') == 0 ]] || fail "still on the alternate screen"
   for _ in $(seq 50); do [[ -s $work/after ]] && break; sleep 0.1; done

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -16,9 +17,11 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <thread>
 
 #include "options.h"
 #include "output_file.h"
+#include "preflight.h"
 #include "zefo/format/formats.h"
 #include "zefo/format/snapshot.h"
 #ifdef ZEFO_WITH_RECORD
@@ -39,8 +42,8 @@
 
 namespace {
 
-// How often the tool looks for a finished pass; also the longest it takes to notice a signal.
-constexpr long kPollNanoseconds = 20L * 1000 * 1000;
+// The longest the tool sleeps without looking at the library, when passes take that long.
+constexpr int kWaitMilliseconds = 1000;
 
 // The most the dashboard's history of charted figures may hold, whatever --history says.
 constexpr std::size_t kHistoryBudgetBytes = 4 << 20;
@@ -135,17 +138,23 @@ int main(int argc, char** argv) {
   if (opt.top) return Fail("--top: this build has no terminal view");
 #endif
 
-  // Writes one pass where it goes: kKeepGoing, or the status to end the run with.
-  const auto emit = [&](const zefo::format::Snapshot& pass) {
+  // Writes one pass where it goes: kKeepGoing, or the status to end the run with. The report is
+  // the library's, every item it holds (`all`); every other output shows only what the pass
+  // sampled (`live`).
+  const auto emit = [&](const zefo::format::Snapshot& all, const zefo::format::Snapshot& live) {
+    const auto pass_for = [&](Format format) -> const zefo::format::Snapshot& {
+      return format == Format::kReport ? all : live;
+    };
     if (output) {
-      const std::string error = output->Write(FormatPass(pass, file_format, format_options));
+      const std::string error =
+          output->Write(FormatPass(pass_for(file_format), file_format, format_options));
       if (!error.empty()) {
         std::cerr << "zefo-monitor: " << error << "\n";
         return kWriteFailed;
       }
     }
     if (to_stdout) {
-      std::string text = FormatPass(pass, opt.format, stdout_options);
+      std::string text = FormatPass(pass_for(opt.format), opt.format, stdout_options);
       if (escape_report) text = zefo::format::EscapeForTerminal(text);
       const int error = WriteStdout(text);
       // A reader that went away (`zefo-monitor | head`) ends the run quietly.
@@ -240,7 +249,7 @@ int main(int argc, char** argv) {
 #ifdef ZEFO_WITH_HTTP
           store.Publish(std::make_shared<const zefo::format::Snapshot>(pass));
 #endif
-          status = emit(pass);
+          status = emit(pass, pass);
           return status == kKeepGoing;
         },
         [](const std::string& problem) { std::cerr << "zefo-monitor: " << problem << "\n"; });
@@ -259,45 +268,78 @@ int main(int argc, char** argv) {
   }
 #endif
 
+  for (const std::string& note : zefo::cli::MissingDataNotes(opt)) {
+    std::cerr << "zefo-monitor: " << note << "\n";
+  }
   auto monitor =
       opt.pids.empty()
           ? std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.paths)
           : std::make_unique<zefo::ZefoResourceMonitorApi>(opt.period_ms, opt.pids, opt.paths);
+  monitor->SetForgetAfter(opt.forget_after_seconds * 1000);
 #ifdef ZEFO_WITH_TOP
   if (opt.top) {
     zefo::top::LiveSource source(*monitor);
     return zefo::top::RunTop(source, stop_signals, opt.count);
   }
 #endif
+
+  // A thread of its own takes SIGINT and SIGTERM and wakes the loop below, which otherwise
+  // sleeps until the next pass ends.
+  std::atomic<bool> stopping{false};
+  std::thread signal_waiter([&stop_signals, &stopping, &monitor] {
+    int signal_number = 0;
+    sigwait(&stop_signals, &signal_number);
+    stopping.store(true);
+    monitor->StopWaiting();
+  });
+
+  const bool report_out =
+      (to_stdout && opt.format == Format::kReport) || (output && file_format == Format::kReport);
+  const bool live_out = opt.listen || !opt.record_dir.empty() ||
+                        (to_stdout && opt.format != Format::kReport) ||
+                        (output && file_format != Format::kReport);
   // Pass times are compared whole: on 32-bit targets `unsigned long` cannot hold them.
   uint64_t written = 0;
   long long passes = 0;
   int status = kKeepGoing;
-  const struct timespec poll = {0, kPollNanoseconds};
   while (status == kKeepGoing && (opt.count == 0 || passes < opt.count)) {
-    if (sigtimedwait(&stop_signals, nullptr, &poll) > 0) break;
-    const uint64_t latest = monitor->GetUpdateTime();
+    const uint64_t latest = monitor->WaitForUpdate(written, kWaitMilliseconds);
+    if (stopping.load()) break;
     if (latest == 0 || latest == written) continue;
     // Copied under the library's lock; formatted after it is released. The copy may already
     // hold a newer pass than `latest`; remember the one it holds.
-    auto pass =
-        std::make_shared<const zefo::format::Snapshot>(zefo::format::TakeSnapshot(*monitor));
-    written = pass->update_time;
+    using zefo::format::Snapshot;
+    using zefo::format::SnapshotScope;
+    std::shared_ptr<const Snapshot> all, live;
+    if (report_out) {
+      all = std::make_shared<const Snapshot>(zefo::format::TakeSnapshot(*monitor));
+      if (live_out) {
+        auto copy = std::make_shared<Snapshot>(*all);
+        zefo::format::DropStale(*copy);
+        live = std::move(copy);
+      }
+    } else {
+      live = std::make_shared<const Snapshot>(
+          zefo::format::TakeSnapshot(*monitor, SnapshotScope::kLive));
+    }
+    written = (all ? all : live)->update_time;
     ++passes;
 #ifdef ZEFO_WITH_HTTP
-    store.Publish(pass);
+    if (opt.listen) store.Publish(live);
 #endif
 #ifdef ZEFO_WITH_RECORD
     if (!opt.record_dir.empty()) {
-      const std::string error = recorder.Append(*pass);
+      const std::string error = recorder.Append(*live);
       if (!error.empty() && error != last_record_error) {
         std::cerr << "zefo-monitor: --record: " << error << "\n";
       }
       last_record_error = error;
     }
 #endif
-    status = emit(*pass);
+    status = emit(all ? *all : *live, live ? *live : *all);
   }
+  if (!stopping.load()) pthread_kill(signal_waiter.native_handle(), SIGTERM);
+  signal_waiter.join();
 #ifdef ZEFO_WITH_HTTP
   if (server) server->Stop();
 #endif

@@ -221,6 +221,14 @@ ParseResult ParseOptions(int argc, char** argv) {
       ->check(checked(ParseTime))
       ->needs(replay);
 
+  app.add_option("--forget-after", opt.forget_after_seconds,
+                 "Forget a process, disk, interface or other item no pass has seen for SECONDS "
+                 "(its figures and what is kept to compute them); 0 keeps everything ever seen. "
+                 "Every format but report shows only what the newest pass saw either way")
+      ->type_name("SECONDS")
+      ->check(WholeNumber(0, 100LL * 365 * 86400))
+      ->default_val(60);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -41,6 +41,8 @@ struct Options {
   std::string replay_dir;
   uint64_t replay_from_ms = 0;
   uint64_t replay_to_ms = std::numeric_limits<uint64_t>::max();
+  // A name no pass has seen for this long is forgotten; 0 keeps every name ever seen.
+  long long forget_after_seconds = 60;
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or

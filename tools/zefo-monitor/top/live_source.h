@@ -20,7 +20,8 @@ class LiveSource : public PassSource {
     const uint64_t latest = monitor_.GetUpdateTime();
     if (latest == 0 || latest == shown_) return nullptr;
     // Copied under the library's lock; the copy may hold a newer pass than `latest`.
-    auto pass = std::make_shared<const format::Snapshot>(format::TakeSnapshot(monitor_));
+    auto pass = std::make_shared<const format::Snapshot>(
+        format::TakeSnapshot(monitor_, format::SnapshotScope::kLive));
     shown_ = pass->update_time;
     return pass;
   }
