@@ -25,19 +25,6 @@ constexpr const char* kMidColour = "\033[33m";
 constexpr const char* kHighColour = "\033[31m";
 constexpr const char* kReset = "\033[0m";
 
-// "cpu10" after "cpu9": names compare by their text before the trailing digits, then by the
-// number those digits make.
-bool NaturalLess(const std::string& a, const std::string& b) {
-  const auto split = [](const std::string& s) {
-    std::size_t digits = s.size();
-    while (digits > 0 && s[digits - 1] >= '0' && s[digits - 1] <= '9') --digits;
-    const bool has_number = digits < s.size() && s.size() - digits < 19;
-    return std::make_pair(s.substr(0, digits),
-                          has_number ? std::strtoll(s.c_str() + digits, nullptr, 10) : -1LL);
-  };
-  return split(a) < split(b);
-}
-
 template <typename Item>
 std::vector<const std::pair<const std::string, Item>*> NaturalOrder(
     const std::map<std::string, Item>& items) {

@@ -1,7 +1,10 @@
 #include "format/text.h"
+#include "zefo/format/formats.h"
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
+#include <utility>
 
 namespace zefo::format::detail {
 
@@ -111,3 +114,18 @@ std::string Number(double value) {
 }
 
 }  // namespace zefo::format::detail
+
+namespace zefo::format {
+
+bool NaturalLess(const std::string& a, const std::string& b) {
+  const auto split = [](const std::string& s) {
+    std::size_t digits = s.size();
+    while (digits > 0 && s[digits - 1] >= '0' && s[digits - 1] <= '9') --digits;
+    const bool has_number = digits < s.size() && s.size() - digits < 19;
+    return std::make_pair(s.substr(0, digits),
+                          has_number ? std::strtoll(s.c_str() + digits, nullptr, 10) : -1LL);
+  };
+  return split(a) < split(b);
+}
+
+}  // namespace zefo::format

@@ -24,12 +24,12 @@ TEST(TopModelTest, EscapesWhatATerminalWouldObey) {
     std::string out;
   } cases[] = {
       {"plain-name", false, "plain-name"},
-      {"a\x1b[2Jb", false, "a\\x1B[2Jb"},
-      {"tab\tdel\x7f", false, "tab\\x09del\\x7F"},
+      {"a\x1b[2Jb", false, "a\\x1b[2Jb"},
+      {"tab\tdel\x7f", false, "tab\\x09del\\x7f"},
       {"c1\xc2\x9b"
        "1m",
-       false, "c1\\x9B1m"},  // the one-byte CSI as UTF-8
-      {"bad\xff\xc3", false, "bad\\xFF\\xC3"},
+       false, "c1\\u009b1m"},  // the one-byte CSI as UTF-8
+      {"bad\xff\xc3", false, "bad\\xff\\xc3"},
       {"\xe2\x80\xa8 \xc3\xa9t\xc3\xa9", false, "\xe2\x80\xa8 \xc3\xa9t\xc3\xa9"},
       {"\xc3\xa9t\xc3\xa9", true, "?t?"},
   };

@@ -76,6 +76,10 @@ ZEFO_EXPORT std::string FormatPrometheus(const Snapshot& pass,
 /// The line format does this to the names it shows.
 ZEFO_EXPORT std::string EscapeForTerminal(std::string_view text);
 
+/// The order the views meant for people list names in: "cpu9" before "cpu10". Names compare
+/// by their text before the trailing digits, then by the number those digits make.
+ZEFO_EXPORT bool NaturalLess(const std::string& a, const std::string& b);
+
 /// The HTTP Content-Type of each format.
 ZEFO_EXPORT const char* ContentType(Format format);
 

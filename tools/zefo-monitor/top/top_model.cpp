@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <functional>
 
+#include "zefo/format/formats.h"
+
 namespace zefo::top {
 
 namespace {
@@ -37,24 +39,13 @@ Style Level(double percent) {
   return percent < 80 ? Style::kMid : Style::kHigh;
 }
 
-// "cpu10" after "cpu9".
-bool NaturalLess(const std::string& a, const std::string& b) {
-  const auto split = [](const std::string& s) {
-    std::size_t digits = s.size();
-    while (digits > 0 && s[digits - 1] >= '0' && s[digits - 1] <= '9') --digits;
-    const bool has_number = digits < s.size() && s.size() - digits < 19;
-    return std::make_pair(s.substr(0, digits),
-                          has_number ? std::strtoll(s.c_str() + digits, nullptr, 10) : -1LL);
-  };
-  return split(a) < split(b);
-}
-
 template <typename Item>
 std::vector<std::pair<std::string, const Item*>> Natural(const std::map<std::string, Item>& items) {
   std::vector<std::pair<std::string, const Item*>> order;
   for (const auto& [name, item] : items) order.emplace_back(name, &item);
-  std::stable_sort(order.begin(), order.end(),
-                   [](const auto& a, const auto& b) { return NaturalLess(a.first, b.first); });
+  std::stable_sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
+    return format::NaturalLess(a.first, b.first);
+  });
   return order;
 }
 
@@ -404,52 +395,19 @@ Row ProcessRow(const ProcInfoResourceItem& p, const Columns_& c, bool ascii) {
 }  // namespace
 
 std::string Escape(const std::string& text, bool ascii) {
-  std::string out;
-  const auto hex = [&out](unsigned char byte) {
-    char buffer[8];
-    std::snprintf(buffer, sizeof buffer, "\\x%02X", byte);
-    out += buffer;
-  };
-  for (std::size_t i = 0; i < text.size();) {
-    const auto byte = static_cast<unsigned char>(text[i]);
+  std::string out = format::EscapeForTerminal(text);
+  if (!ascii) return out;
+  // What is left is UTF-8: one '?' for each character beyond ASCII.
+  std::string narrow;
+  for (const char c : out) {
+    const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x80) {
-      if (byte < 0x20 || byte == 0x7F) {
-        hex(byte);
-      } else {
-        out += static_cast<char>(byte);
-      }
-      ++i;
-      continue;
-    }
-    // The length of a well-formed sequence starting here, 0 if none does.
-    std::size_t length = byte >= 0xC2 && byte <= 0xDF   ? 2
-                         : byte >= 0xE0 && byte <= 0xEF ? 3
-                         : byte >= 0xF0 && byte <= 0xF4 ? 4
-                                                        : 0;
-    if (length > 0 && i + length <= text.size()) {
-      for (std::size_t k = 1; k < length; ++k) {
-        if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) length = 0;
-      }
-      const auto second = length > 0 ? static_cast<unsigned char>(text[i + 1]) : 0;
-      if ((byte == 0xE0 && second < 0xA0) || (byte == 0xED && second > 0x9F) ||
-          (byte == 0xF0 && second < 0x90) || (byte == 0xF4 && second > 0x8F)) {
-        length = 0;  // overlong, surrogate or beyond U+10FFFF
-      }
-    } else {
-      length = 0;
-    }
-    if (length == 0) {
-      hex(byte);
-      ++i;
-    } else if (byte == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
-      hex(static_cast<unsigned char>(text[i + 1]));  // C1 control: U+0080 to U+009F
-      i += 2;
-    } else {
-      out += ascii ? std::string("?") : text.substr(i, length);
-      i += length;
+      narrow += c;
+    } else if ((byte & 0xC0) != 0x80) {
+      narrow += '?';
     }
   }
-  return out;
+  return narrow;
 }
 
 std::size_t Columns(const std::string& text) {

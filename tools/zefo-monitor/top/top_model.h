@@ -49,8 +49,8 @@ struct ViewState {
   std::string source;      // "live" or what a recording's position is, for the title
 };
 
-// `text` safe to put on a terminal: control characters (C0, DEL, C1) and bytes that are not
-// UTF-8 as "\xHH"; with `ascii`, every non-ASCII character as '?'.
+// `text` safe to put on a terminal, escaped as the other views meant for people escape it; with
+// `ascii`, every character beyond ASCII as '?'.
 std::string Escape(const std::string& text, bool ascii);
 // Characters (not bytes) of UTF-8 text.
 std::size_t Columns(const std::string& text);
