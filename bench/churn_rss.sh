@@ -31,12 +31,8 @@ while [ $# -gt 0 ]; do
     *) usage ;;
   esac
 done
-if [ -z "$monitor" ]; then
-  for candidate in "$repo/build/release/tools/zefo-monitor" "$repo/build/debug/tools/zefo-monitor"; do
-    if [ -x "$candidate" ]; then monitor=$candidate; break; fi
-  done
-fi
-[ -x "$monitor" ] || { echo "churn_rss.sh: no zefo-monitor; build one or pass --monitor" >&2; exit 2; }
+. "$repo/bench/find_monitor.sh"
+find_monitor churn_rss.sh
 
 rss_kb() { awk '/^VmRSS:/ { print $2 }' "/proc/$1/status"; }
 

@@ -28,12 +28,8 @@ while [ $# -gt 0 ]; do
     *) usage ;;
   esac
 done
-if [ -z "$monitor" ]; then
-  for candidate in "$repo/build/release/tools/zefo-monitor" "$repo/build/debug/tools/zefo-monitor"; do
-    if [ -x "$candidate" ]; then monitor=$candidate; break; fi
-  done
-fi
-[ -x "$monitor" ] || { echo "dashboard_cost.sh: no zefo-monitor; build one or pass --monitor" >&2; exit 2; }
+. "$repo/bench/find_monitor.sh"
+find_monitor dashboard_cost.sh
 
 log=$(mktemp)
 "$monitor" --listen 127.0.0.1:0 --period "$period" 2> "$log" &
