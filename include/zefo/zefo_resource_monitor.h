@@ -24,8 +24,8 @@ using ResourceInfoCallback =
     std::function<void(ResourceMonitorType, const std::map<std::string, ResourceItem*>&)>;
 
 /// What one monitor's share of a sampling pass cost: the time it took on the monotonic clock
-/// and the sampling thread's CPU time in it, in seconds (its DoMonitor, and its retention sweep
-/// when retention is on). A plain value.
+/// and the sampling thread's CPU time in it (its DoMonitor, and its retention sweep when
+/// retention is on), in seconds to the microsecond. A plain value.
 struct ZEFO_EXPORT MonitorPassCost {
   ResourceMonitorType type = Cpu;
   double wall_seconds = 0;

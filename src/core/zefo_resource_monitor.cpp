@@ -6,6 +6,7 @@
 #endif
 
 #include <chrono>
+#include <cmath>
 #include <iostream>
 
 #include "zefo/bpu_monitor.h"
@@ -88,6 +89,11 @@ void MonitorThread::do_run() {
           Charge(costs[index], wall, cpu);
         }
         ++index;
+      }
+      // Microseconds are as fine as a pass's cost is worth showing, and keep its text short.
+      for (MonitorPassCost& cost : costs) {
+        cost.wall_seconds = std::round(cost.wall_seconds * 1e6) / 1e6;
+        cost.cpu_seconds = std::round(cost.cpu_seconds * 1e6) / 1e6;
       }
       ended = update_time;
     }

@@ -1,5 +1,6 @@
 #include "record/pass_codec.h"
 
+#include <cmath>
 #include <type_traits>
 
 namespace zefo::record::detail {
@@ -7,6 +8,37 @@ namespace zefo::record::detail {
 namespace {
 
 constexpr uint8_t kLastKnownType = ProcInfo;
+// After the kinds' sections, one of this type holds what each monitor cost the pass, in whole
+// microseconds (the library's resolution for it). Readers that predate it skip it as a kind
+// they do not know.
+constexpr uint8_t kCostSection = 0xFF;
+
+uint64_t Microseconds(double seconds) {
+  return std::isfinite(seconds) && seconds > 0 ? static_cast<uint64_t>(std::llround(seconds * 1e6))
+                                               : 0;
+}
+
+void EncodeCosts(const std::vector<MonitorPassCost>& costs, ByteWriter& out) {
+  out.Varint(costs.size());
+  for (const MonitorPassCost& cost : costs) {
+    out.U8(static_cast<uint8_t>(cost.type));
+    out.Varint(Microseconds(cost.wall_seconds));
+    out.Varint(Microseconds(cost.cpu_seconds));
+  }
+}
+
+bool DecodeCosts(ByteReader& in, std::vector<MonitorPassCost>& costs) {
+  const uint64_t count = in.Varint();
+  if (count > in.left()) return false;
+  for (uint64_t i = 0; i < count && in.ok(); ++i) {
+    const uint8_t type = in.U8();
+    const double wall = static_cast<double>(in.Varint()) / 1e6;
+    const double cpu = static_cast<double>(in.Varint()) / 1e6;
+    if (type <= kLastKnownType)
+      costs.push_back({static_cast<ResourceMonitorType>(type), wall, cpu});
+  }
+  return in.done();
+}
 
 // A kind's section: how many items the previous pass had and which of them this pass keeps
 // (one bit each), the names of the new items, then one column per figure: the figure of every
@@ -147,7 +179,7 @@ LayoutMap MapLayout(const Layout& segment) {
 }
 
 // The pass: its time, its kinds, then one length-prefixed section per kind that has items now
-// or had some in the previous pass.
+// or had some in the previous pass, and the section of the pass's costs.
 void EncodePass(const format::Snapshot* prev, const format::Snapshot& cur, std::string& body) {
   ByteWriter out(body);
   out.U64(cur.update_time);
@@ -163,6 +195,13 @@ void EncodePass(const format::Snapshot* prev, const format::Snapshot& cur, std::
     out.U8(static_cast<uint8_t>(type));
     out.Str(section);
   });
+  if (!cur.costs.empty()) {
+    section.clear();
+    ByteWriter cost_out(section);
+    EncodeCosts(cur.costs, cost_out);
+    out.U8(kCostSection);
+    out.Str(section);
+  }
 }
 
 bool DecodePass(std::string_view body, const LayoutMap& map, const format::Snapshot* prev,
@@ -182,6 +221,10 @@ bool DecodePass(std::string_view body, const LayoutMap& map, const format::Snaps
     const uint8_t type = in.U8();
     ByteReader section(in.Str());
     if (!in.ok()) return false;
+    if (type == kCostSection) {
+      ok = DecodeCosts(section, out.costs);
+      continue;
+    }
     const auto figures = map.kinds.find(type);
     if (figures == map.kinds.end()) continue;
     ForEachKind([&](ResourceMonitorType kind, auto member, const auto& fields) {
