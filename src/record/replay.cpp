@@ -52,8 +52,10 @@ ReplaySummary Replay(const std::string& dir, const ReplayRange& range,
   std::string file, raw;
   format::Snapshot pass;
   bool stop = false;
-  for (const std::string& name : names) {
-    if (stop) break;
+  for (std::size_t i = 0; i < names.size() && !stop; ++i) {
+    const std::string& name = names[i];
+    // A segment the next one started after was wholly written before the range begins.
+    if (i + 1 < names.size() && detail::SegmentStartMs(names[i + 1]) <= range.from_ms) continue;
     const std::string path = dir + "/" + name;
     if (!ReadFile(dir_fd, name, file)) {
       on_problem(path + ": " + std::strerror(errno) + "; skipped");

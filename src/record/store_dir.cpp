@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 namespace zefo::record::detail {
 
@@ -30,6 +31,10 @@ bool IsSegmentName(const std::string& name) {
   }
   return std::all_of(name.begin() + prefix, name.begin() + prefix + kDigits,
                      [](char c) { return c >= '0' && c <= '9'; });
+}
+
+uint64_t SegmentStartMs(const std::string& name) {
+  return std::strtoull(name.c_str() + sizeof kPrefix - 1, nullptr, 10);
 }
 
 std::vector<std::string> ListSegments(int dir_fd) {

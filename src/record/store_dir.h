@@ -11,6 +11,9 @@ namespace zefo::record::detail {
 // "segment-<20-digit ms>.zrec": names sort in the order the segments were started.
 std::string SegmentName(uint64_t started_ms);
 bool IsSegmentName(const std::string& name);
+// The wall-clock time a segment was started at, from its name (which IsSegmentName accepted).
+// Every pass in a segment is older than the time the next one was started at.
+uint64_t SegmentStartMs(const std::string& name);
 
 // The segment files in the directory open as `dir_fd`, oldest first.
 std::vector<std::string> ListSegments(int dir_fd);

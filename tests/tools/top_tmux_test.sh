@@ -88,3 +88,18 @@ for entry in "${cases[@]}"; do
   cmp -s "$work/before" "$work/after" || fail "the terminal modes were not restored"
   echo "top-tmux: $case_name: panels, sort, filter, resize and $end: ok"
 done
+
+# A recording of the simulated board, stepped through with the arrows.
+case_name=replay
+"$monitor" --record "$work/rec" --count 4 --period 300 --sysfs "$work/board/sys" \
+  --devfs "$work/board/dev" 2>/dev/null
+tmux -L "$socket" kill-server 2>/dev/null || true
+tmux -L "$socket" -f /dev/null new-session -d -s top -x 100 -y 30 \
+  "$monitor --top --replay $work/rec; echo exit=\$?; sleep 60"
+await 'replay 1/4'
+tmux -L "$socket" send-keys -t top Right Right
+await 'replay 3/4'
+await '^DDR '
+tmux -L "$socket" send-keys -t top Left q
+await '^exit=0'
+echo "top-tmux: replay: steps and quits: ok"

@@ -31,6 +31,9 @@
 #include "zefo/zefo_resource_monitor.h"
 #ifdef ZEFO_WITH_TOP
 #include "top/live_source.h"
+#ifdef ZEFO_WITH_RECORD
+#include "top/replay_source.h"
+#endif
 #include "top/top_terminal.h"
 #endif
 #ifdef ZEFO_WITH_HTTP
@@ -240,6 +243,16 @@ int main(int argc, char** argv) {
 #endif
 
 #ifdef ZEFO_WITH_RECORD
+#ifdef ZEFO_WITH_TOP
+  if (!opt.replay_dir.empty() && opt.top) {
+    zefo::top::ReplaySource source(opt.replay_dir, {opt.replay_from_ms, opt.replay_to_ms});
+    if (!source.problem().empty()) {
+      std::cerr << "zefo-monitor: " << source.problem() << "\n";
+      return 1;
+    }
+    return zefo::top::RunTop(source, stop_signals, opt.count);
+  }
+#endif
   if (!opt.replay_dir.empty()) {
     // The recorded passes, written as the live run wrote them.
     int status = kKeepGoing;

@@ -164,11 +164,11 @@ ParseResult ParseOptions(int argc, char** argv) {
                  "bcrypt hashes); read once at start")
       ->type_name("FILE");
 
-  app.add_flag(
-      "--top", opt.top,
-      "Show the board in a full-screen terminal view: CPU and BPU cores, DDR, memory, "
-      "temperatures, disks, network and a process list (keys: c m i p n sort, r "
-      "reverse, / filter, arrows scroll, q quit); not with --format, --output or --listen");
+  app.add_flag("--top", opt.top,
+               "Show the board in a full-screen terminal view: CPU and BPU cores, DDR, memory, "
+               "temperatures, disks, network and a process list (keys: c m i p n sort, r "
+               "reverse, / filter, up/down scroll, q quit); with --replay, of the recording, left "
+               "and right stepping through it; not with --format, --output or --listen");
   app.add_flag("--line-details", opt.line_details,
                "With --format line, every CPU with its frequency, every DDR device, the three "
                "hottest zones and the three busiest processes (the line is then wider than "
