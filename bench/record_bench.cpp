@@ -126,23 +126,29 @@ int main(int argc, char** argv) {
   std::printf("pass_cpu_us_median=%.0f record_cpu_us_median=%.0f ratio=%.3f\n", Median(pass_us),
               Median(record_us), Median(record_us) / Median(pass_us));
 
-  // The same passes again at other zstd levels: what each level saves and costs.
-  for (int other : {1, 3, 6, 9, 15, 19}) {
+  // The same passes again at other zstd levels (what each level saves and costs), and at the
+  // chosen level without the pass costs each record carries (what they add).
+  const auto record_again = [&](const std::string& label, int other, bool costs) {
     zefo::record::RecorderOptions o = options;
     o.compression_level = other;
     zefo::record::Recorder again(o);
-    again.Open(dir + "/level" + std::to_string(other));
+    again.Open(dir + "/" + label);
     std::vector<double> b, us;
     for (std::size_t i = 0; i < sampled.size(); ++i) {
+      zefo::format::Snapshot pass = sampled[i];
+      if (!costs) pass.costs.clear();
       const uint64_t before = again.StoreBytes();
       const double t0 = ClockUs(CLOCK_THREAD_CPUTIME_ID);
-      again.Append(sampled[i]);
+      again.Append(pass);
       us.push_back(ClockUs(CLOCK_THREAD_CPUTIME_ID) - t0);
       if (i % 60 != 0) b.push_back(static_cast<double>(again.StoreBytes() - before));
     }
-    std::printf("level=%d bytes_per_pass_median=%.0f record_cpu_us_median=%.0f\n", other, Median(b),
-                Median(us));
-  }
+    std::printf("%s bytes_per_pass_median=%.0f record_cpu_us_median=%.0f\n", label.c_str(),
+                Median(b), Median(us));
+  };
+  for (int other : {1, 3, 6, 9, 15, 19})
+    record_again("level=" + std::to_string(other), other, true);
+  record_again("no_costs level=" + std::to_string(level), level, false);
 
   zefo::record::Recorder day(options);
   day.Open(day_dir);
