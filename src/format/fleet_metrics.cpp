@@ -193,7 +193,7 @@ std::vector<Family> ProcessGroupFamilies(const Snapshot& pass) {
     double Group::*value;
     const char* help;
   } kinds[] = {
-      {"zefo_process_group_count", "", &Group::count, "Processes of the name."},
+      {"zefo_process_group_processes", "", &Group::count, "Processes of the name."},
       {"zefo_process_group_cpu_ratio", "ratio", &Group::cpu,
        "CPU time of the name's processes between the last two passes, in cores."},
       {"zefo_process_group_rss_bytes", "bytes", &Group::rss,
