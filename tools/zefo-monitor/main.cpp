@@ -132,7 +132,8 @@ int main(int argc, char** argv) {
   format_options.line_details = opt.line_details;
   // The exposition as a fleet's server wants it: counters to take rates of, bounded process
   // series, and a command line short enough to be a label.
-  format_options.counters = true;
+  // A recording keeps the figures, not the kernel's totals: a replay has no counters to show.
+  format_options.counters = opt.replay_dir.empty();
   format_options.kinds = opt.metrics_kinds;
   format_options.processes = opt.metrics_processes;
   format_options.top_processes = opt.metrics_top;
