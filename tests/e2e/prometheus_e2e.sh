@@ -8,9 +8,10 @@
 # HTTP to its TLS port fails. Then, over 60 s of traffic it makes (TCP over loopback, writes to
 # the disk, a steady load on the simulated DDR ports), rate() of the network, disk and DDR
 # counters agrees with it within 5 %; every query of prometheus/zefo-dashboard.json returns data
-# (the rules of prometheus/ loaded); and a process that exits leaves the latest scrape.
-# Installs prometheus and prometheus-node-exporter when missing (they
-# are large, hence not in scripts/bootstrap). Everything it starts is stopped on exit.
+# (the rules of prometheus/ loaded); a process that exits leaves the latest scrape; and the
+# OpenMetrics reference parser (python3-prometheus-client) reads zefo-monitor's /metrics.
+# Installs prometheus, prometheus-node-exporter (large, hence not in scripts/bootstrap) and
+# python3-prometheus-client when missing. Everything it starts is stopped on exit.
 #
 #   tests/e2e/prometheus_e2e.sh [BUILD_DIR]     (default build/debug)
 set -euo pipefail
@@ -31,6 +32,8 @@ install_packages() {
   local missing=()
   [[ -x $prometheus ]] || missing+=(prometheus)
   [[ -x $node_exporter ]] || missing+=(prometheus-node-exporter)
+  # The OpenMetrics reference parser, for the system's Python.
+  /usr/bin/python3 -c 'import prometheus_client' 2>/dev/null || missing+=(python3-prometheus-client)
   ((${#missing[@]} > 0)) || return 0
   local as_root=()
   ((EUID == 0)) || as_root=(sudo)
@@ -235,8 +238,8 @@ for problem in problems:
     print("e2e: FAIL: " + problem, file=sys.stderr)
 sys.exit(1)
 PY
-((status != 0)) || python3 "$here/prometheus_rates.py" "$prom_port" "$work" "$child" \
-  "$source_dir/prometheus/zefo-dashboard.json" || status=$?
+((status != 0)) || /usr/bin/python3 "$here/prometheus_rates.py" "$prom_port" "$zefo_port" "$work" \
+  "$child" "$source_dir/prometheus/zefo-dashboard.json" || status=$?
 if ((status != 0)); then
   for log in zefo.err zefo-tls.err node.log prometheus.log; do
     echo "--- $log (last lines)" >&2

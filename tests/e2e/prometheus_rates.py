@@ -8,9 +8,10 @@ with what the test sent, each DDR port with the simulator's load, and the disk's
 with what the kernel's /proc/diskstats counted between the two passes the window's first and
 last scrapes carried (the disk is shared with the rest of the machine, so the test's own writes
 are only a floor). Every query of the dashboard must return data, and the registered child,
-killed early on, must be gone from the latest scrape.
+killed early on, must be gone from the latest scrape. Last, the OpenMetrics reference parser
+must read zefo-monitor's /metrics.
 
-    prometheus_rates.py PROMETHEUS_PORT WORK_DIR CHILD_PID DASHBOARD_JSON
+    prometheus_rates.py PROMETHEUS_PORT ZEFO_PORT WORK_DIR CHILD_PID DASHBOARD_JSON
 """
 import json
 import os
@@ -22,7 +23,10 @@ import time
 import urllib.parse
 import urllib.request
 
-port, work, child, dashboard = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
+from prometheus_client.openmetrics.parser import text_string_to_metric_families
+
+port, zefo_port, work, dashboard = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[5]
+child = int(sys.argv[4])
 base = "http://127.0.0.1:%s" % port
 MIB = 1 << 20
 SECONDS = 60
@@ -186,6 +190,16 @@ def main():
     gone = query('{job=~"zefo|node",pid="%d"}' % child)
     if gone:
         problems.append("the exited child is still in the latest scrape: %s" % gone[:3])
+
+    request = urllib.request.Request("http://127.0.0.1:%s/metrics" % zefo_port,
+                                     headers={"Accept": "application/openmetrics-text"})
+    with urllib.request.urlopen(request, timeout=10) as reply:
+        text = reply.read().decode()
+    try:
+        families = list(text_string_to_metric_families(text))
+        print("e2e: the OpenMetrics reference parser read %d families" % len(families))
+    except ValueError as error:
+        problems.append("the OpenMetrics reference parser refused /metrics: %s" % error)
 
     for problem in problems:
         print("e2e: FAIL: " + problem, file=sys.stderr)
