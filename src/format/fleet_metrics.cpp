@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <set>
 
@@ -142,8 +143,14 @@ std::vector<const ProcessEntry*> SelectProcesses(const Snapshot& pass,
   }
   if (options.processes == ProcessMetrics::kTop && chosen.size() > options.top_processes) {
     // The busiest first; equal shares keep the pass's order, so a quiet board's choice is steady.
-    const auto busier = [](const ProcessEntry* a, const ProcessEntry* b) {
-      return a->second.user + a->second.system > b->second.user + b->second.system;
+    // A share that is not a number (two identical samples) counts as the least, so that the
+    // order stays a strict one.
+    const auto share = [](const ProcessEntry* e) {
+      const double cores = e->second.user + e->second.system;
+      return std::isnan(cores) ? -1.0 : cores;
+    };
+    const auto busier = [&share](const ProcessEntry* a, const ProcessEntry* b) {
+      return share(a) > share(b);
     };
     std::stable_sort(chosen.begin(), chosen.end(), busier);
     chosen.resize(options.top_processes);
