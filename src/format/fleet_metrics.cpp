@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -16,7 +18,8 @@ namespace {
 
 using Labels = std::vector<std::pair<std::string, std::string>>;
 
-Family& Add(std::vector<Family>& families, const char* name, MetricType type, const char* unit,
+// A deque: the references handed out stay valid as more families are added.
+Family& Add(std::deque<Family>& families, const char* name, MetricType type, const char* unit,
             const char* help) {
   families.push_back(Family{name, type, unit, help, {}});
   return families.back();
@@ -28,7 +31,7 @@ std::string InterfaceName(std::string name) {
   return name;
 }
 
-void CpuCounters(const Snapshot& pass, double ticks, std::vector<Family>& out) {
+void CpuCounters(const Snapshot& pass, double ticks, std::deque<Family>& out) {
   Family& f = Add(out, "zefo_cpu_seconds", MetricType::kCounter, "seconds",
                   "CPU time spent in each mode since boot; guest time is inside user and nice "
                   "and not repeated.");
@@ -44,7 +47,7 @@ void CpuCounters(const Snapshot& pass, double ticks, std::vector<Family>& out) {
   }
 }
 
-void DiskCounters(const Snapshot& pass, std::vector<Family>& out) {
+void DiskCounters(const Snapshot& pass, std::deque<Family>& out) {
   Family& read = Add(out, "zefo_disk_read_bytes", MetricType::kCounter, "bytes",
                      "Bytes read from the block device since boot.");
   Family& written = Add(out, "zefo_disk_written_bytes", MetricType::kCounter, "bytes",
@@ -60,7 +63,7 @@ void DiskCounters(const Snapshot& pass, std::vector<Family>& out) {
   }
 }
 
-void NetworkCounters(const Snapshot& pass, std::vector<Family>& out) {
+void NetworkCounters(const Snapshot& pass, std::deque<Family>& out) {
   Family& rx = Add(out, "zefo_network_receive_bytes", MetricType::kCounter, "bytes",
                    "Bytes received on the interface, as the kernel counts them.");
   Family& tx = Add(out, "zefo_network_transmit_bytes", MetricType::kCounter, "bytes",
@@ -72,7 +75,7 @@ void NetworkCounters(const Snapshot& pass, std::vector<Family>& out) {
   }
 }
 
-void DdrCounters(const Snapshot& pass, std::vector<Family>& out) {
+void DdrCounters(const Snapshot& pass, std::deque<Family>& out) {
   Family& port_read = Add(out, "zefo_ddr_port_read_bytes", MetricType::kCounter, "bytes",
                           "DDR bytes read through the port since the monitor opened the device.");
   Family& port_write =
@@ -97,7 +100,7 @@ void DdrCounters(const Snapshot& pass, std::vector<Family>& out) {
 }
 
 void ProcessCounters(const Snapshot& pass, const FormatOptions& options, double ticks,
-                     std::vector<Family>& out) {
+                     std::deque<Family>& out) {
   Family& cpu = Add(out, "zefo_process_cpu_seconds", MetricType::kCounter, "seconds",
                     "CPU time of the process in user and system mode.");
   Family& read = Add(out, "zefo_process_io_read_bytes", MetricType::kCounter, "bytes",
@@ -162,8 +165,7 @@ std::vector<const ProcessEntry*> SelectProcesses(const Snapshot& pass,
 }
 
 std::vector<Family> CounterFamilies(const Snapshot& pass, const FormatOptions& options) {
-  std::vector<Family> out;
-  out.reserve(16);  // references handed out by Add stay valid
+  std::deque<Family> out;
   const long ticks_setting = options.clock_ticks > 0 ? options.clock_ticks : sysconf(_SC_CLK_TCK);
   const double ticks = ticks_setting > 0 ? static_cast<double>(ticks_setting) : 100.0;
   if (Exported(options, Cpu)) CpuCounters(pass, ticks, out);
@@ -174,7 +176,8 @@ std::vector<Family> CounterFamilies(const Snapshot& pass, const FormatOptions& o
       options.processes != ProcessMetrics::kByName) {
     ProcessCounters(pass, options, ticks, out);
   }
-  return out;
+  return std::vector<Family>(std::make_move_iterator(out.begin()),
+                             std::make_move_iterator(out.end()));
 }
 
 std::vector<Family> ProcessGroupFamilies(const Snapshot& pass) {
@@ -192,8 +195,7 @@ std::vector<Family> ProcessGroupFamilies(const Snapshot& pass) {
     g.write += p.io_write_bandwidth;
   }
   // Gauges, not counters: a group's summed counter would drop whenever a member exits.
-  std::vector<Family> out;
-  out.reserve(5);
+  std::deque<Family> out;
   const struct {
     const char* name;
     const char* unit;
@@ -215,7 +217,8 @@ std::vector<Family> ProcessGroupFamilies(const Snapshot& pass) {
     for (const auto& [name, group] : groups)
       f.samples.push_back({{{"process", name}}, group.*kind.value});
   }
-  return out;
+  return std::vector<Family>(std::make_move_iterator(out.begin()),
+                             std::make_move_iterator(out.end()));
 }
 
 }  // namespace zefo::format::detail
