@@ -1,5 +1,6 @@
-// What one read of a DDR monitor device returned, decoded: only the newest whole record counts,
-// each figure the upper 16 bits of its word in MiB. Checked against the record's offsets read
+// What one read of a DDR monitor device returned, decoded: only the newest whole record counts
+// for the figures, every whole record for the byte counters, each figure the upper 16 bits of
+// its word in MiB. Checked against the record's offsets read
 // directly, then turned into an item and its report block.
 #include <cstring>
 #include <sstream>
@@ -22,6 +23,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr std::size_t kRecord = QeltDdrMonitor::MonitorData::kSize;
   const std::string_view input = fuzz::AsText(data, size);
   const std::vector<std::string>& ports = detail::DdrPortNames();
+  // Summed at the monitor's 1 s interval, every whole record adds its figures once.
+  QeltDdrCounters counters;
+  detail::AddDdrRecords(data, size, ports, 1000000, counters);
+  ZEFO_FUZZ_CHECK(counters.records == size / kRecord, input);
+  uint64_t read = 0;
+  for (std::size_t at = 0; at + kRecord <= size; at += kRecord) read += WordAt(data + at, 328);
+  ZEFO_FUZZ_CHECK(counters.cmd_sum.read == read, input);
   QeltDdrState state;
   state.cmd_sum_read = -5;
   const bool decoded = detail::DecodeNewestDdrRecord(data, size, ports, state);

@@ -54,6 +54,8 @@ class ZEFO_EXPORT CpuResourceItem : public ResourceItem {
   long long min_freq = 0;
   long long max_freq = 0;
   long long cur_freq = 0;
+  /// Extension (see item_counters.h): the newest sample's cumulative counters, in clock ticks.
+  CpuState counters;
 };
 
 /// Turns two samples of one CPU into its shares. Used by CpuMonitor on the sampling thread only.

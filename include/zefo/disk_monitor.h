@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zefo/base_monitor.h"
+#include "zefo/item_counters.h"
 #include "zefo/zefo_export.h"
 
 namespace zefo {
@@ -72,6 +73,8 @@ class ZEFO_EXPORT DiskResourceItem : public ResourceItem {
   double read_bandwidth = 0;
   /// Bytes per second written to the device.
   double written_bandwidth = 0;
+  /// Extension (see item_counters.h): the device's transfers at the newest sample.
+  DiskCounters counters;
 };
 
 /// Turns two samples of a mount point into its figures; used only by the disk monitor on the

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "zefo/base_monitor.h"
+#include "zefo/item_counters.h"
 #include "zefo/zefo_export.h"
 
 namespace zefo {
@@ -44,6 +45,8 @@ class ZEFO_EXPORT NetworkResourceItem : public ResourceItem {
   double tx_bandwidth = 0;
   /// Bytes received per second.
   double rx_bandwidth = 0;
+  /// Extension (see item_counters.h): the interface's byte counters at the newest sample.
+  NetworkCounters counters;
 };
 
 /// Turns two samples of an interface into its figures; used only by the network monitor on the

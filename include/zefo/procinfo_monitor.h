@@ -8,6 +8,7 @@
 #include <string>
 
 #include "zefo/base_monitor.h"
+#include "zefo/item_counters.h"
 #include "zefo/zefo_export.h"
 
 namespace zefo {
@@ -178,6 +179,8 @@ class ZEFO_EXPORT ProcInfoResourceItem : public ResourceItem {
   double io_write_bandwidth = 0;
   /// Per interface; nothing fills it during sampling.
   std::map<std::string, ProcInfoNetResourceItem> net;
+  /// Extension (see item_counters.h): CPU time and storage I/O at the newest sample.
+  ProcInfoCounters counters;
 };
 
 /// Turns two samples of one process into its item. Driven by the process monitor on the

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "zefo/base_monitor.h"
+#include "zefo/item_counters.h"
 #include "zefo/zefo_export.h"
 
 namespace zefo {
@@ -48,6 +49,8 @@ class ZEFO_EXPORT QeltDdrResourceItem : public ResourceItem {
   /// Sums over the ports.
   double total_read = 0;
   double total_write = 0;
+  /// Extension (see item_counters.h): the bytes the device reported since it was opened.
+  QeltDdrCounters counters;
 };
 
 /// Copies each device's newest sample into its item and sums the ports; nothing is computed
@@ -142,6 +145,8 @@ class ZEFO_EXPORT QeltDdrMonitor : public BaseMonitor {
   std::vector<std::string> ports_;
   std::list<DdrMonitorInfo*> infos_;
   QeltDdrResourceInfo* info_;
+  // What each device reported since it was opened, by item name (the items' `counters`).
+  std::map<std::string, QeltDdrCounters> counters_;
 };
 
 }  // namespace zefo

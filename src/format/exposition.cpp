@@ -7,6 +7,7 @@
 #include <deque>
 #include <iterator>
 
+#include "format/fleet_metrics.h"
 #include "format/text.h"
 
 namespace zefo::format {
@@ -51,7 +52,7 @@ Labels With(Labels labels, const char* name, std::string value) {
 
 constexpr char kUpdates[] = "Two-sample updates of the item since the monitor started.";
 
-void Cpu(const Snapshot& pass, Builder& b) {
+void Cpu(const Snapshot& pass, const FormatOptions& options, Builder& b) {
   Family& time = b.Gauge("zefo_cpu_time_ratio", "ratio",
                          "Share of the CPU's time spent in each mode between the last two "
                          "passes; guest time is also counted in user and nice.");
@@ -59,7 +60,28 @@ void Cpu(const Snapshot& pass, Builder& b) {
   Family& min = b.Gauge("zefo_cpu_frequency_min_hertz", "hertz", "Lowest frequency of the CPU.");
   Family& max = b.Gauge("zefo_cpu_frequency_max_hertz", "hertz", "Highest frequency of the CPU.");
   Family& updates = b.Counter("zefo_cpu_updates", "", kUpdates);
+  Family& machine = b.Gauge("zefo_cpu_machine_time_ratio", "ratio",
+                            "Share of all CPUs' time spent in each mode between the last two "
+                            "passes; guest time is also counted in user and nice.");
   for (const auto& [name, cpu] : pass.cpu) {
+    // With counters, the machine total leaves the per-CPU series: a sum over them then counts
+    // every CPU once.
+    if (options.counters && name == "total") {
+      for (const auto& [mode, percent] :
+           std::initializer_list<std::pair<const char*, double>>{{"user", cpu.user},
+                                                                 {"nice", cpu.nice},
+                                                                 {"system", cpu.system},
+                                                                 {"idle", cpu.idle},
+                                                                 {"iowait", cpu.iowait},
+                                                                 {"irq", cpu.irq},
+                                                                 {"softirq", cpu.softirq},
+                                                                 {"steal", cpu.steal},
+                                                                 {"guest", cpu.guest},
+                                                                 {"guest_nice", cpu.guest_nice}}) {
+        Put(machine, {{"mode", mode}}, percent / 100.0);
+      }
+      continue;
+    }
     const Labels l{{"cpu", name}};
     const std::pair<const char*, double> modes[] = {
         {"user", cpu.user},       {"nice", cpu.nice},
@@ -270,12 +292,14 @@ void Process(const Snapshot& pass, const FormatOptions& options, Builder& b) {
   Family& updates = b.Counter("zefo_process_updates", "", kUpdates);
 
   const long ticks = options.clock_ticks > 0 ? options.clock_ticks : sysconf(_SC_CLK_TCK);
-  for (const auto& entry : pass.process) {
+  for (const ProcessEntry* chosen : SelectProcesses(pass, options)) {
+    const ProcessEntry& entry = *chosen;
     const ProcInfoResourceItem& p = entry.second;
     const Labels l{{"pid", entry.first}, {"process", p.name}};
     // The command line ends in a NUL byte; a label has no use for it.
     std::string cmd_line = p.cmd_line;
     while (!cmd_line.empty() && cmd_line.back() == '\0') cmd_line.pop_back();
+    cmd_line = std::string(CutUtf8(ValidUtf8(cmd_line), options.max_cmd_line_bytes));
     Put(info, With(With(l, "zefo_name", p.zefo_name), "cmd_line", std::move(cmd_line)), 1);
     Put(state, With(l, "state", p.state), 1);
     Put(cpu, With(l, "mode", "user"), p.user / 100.0);
@@ -316,14 +340,22 @@ std::vector<Family> Families(const Snapshot& pass, const FormatOptions& options)
     Put(wall, {{"monitor", KindName(cost.type)}}, cost.wall_seconds);
     Put(cpu, {{"monitor", KindName(cost.type)}}, cost.cpu_seconds);
   }
-  Cpu(pass, b);
-  Bpu(pass, b);
-  Disk(pass, b);
-  Memory(pass, b);
-  Network(pass, b);
-  Temperature(pass, b);
-  Ddr(pass, b);
-  Process(pass, options, b);
+  if (Exported(options, zefo::Cpu)) Cpu(pass, options, b);
+  if (Exported(options, zefo::Bpu)) Bpu(pass, b);
+  if (Exported(options, zefo::Disk)) Disk(pass, b);
+  if (Exported(options, zefo::Memory)) Memory(pass, b);
+  if (Exported(options, zefo::Network)) Network(pass, b);
+  if (Exported(options, zefo::Temperature)) Temperature(pass, b);
+  if (Exported(options, zefo::QeltDdr)) Ddr(pass, b);
+  if (Exported(options, zefo::ProcInfo)) {
+    Process(pass, options, b);
+    if (options.processes == ProcessMetrics::kByName) {
+      for (Family& group : ProcessGroupFamilies(pass)) families.push_back(std::move(group));
+    }
+  }
+  if (options.counters) {
+    for (Family& counter : CounterFamilies(pass, options)) families.push_back(std::move(counter));
+  }
   return std::vector<Family>(std::make_move_iterator(families.begin()),
                              std::make_move_iterator(families.end()));
 }

@@ -66,6 +66,7 @@ void CpuResourceInfo::DoUpdate(const std::string& name, CpuResourceItem* item,
   item->min_freq = current.min_freq;
   item->max_freq = current.max_freq;
   item->cur_freq = current.cur_freq;
+  item->counters = current;
 }
 
 CpuMonitor::CpuMonitor() : CpuMonitor(KernelPaths()) {}

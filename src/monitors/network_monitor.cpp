@@ -25,6 +25,8 @@ void NetworkResourceInfo::DoUpdate(const std::string& name, NetworkResourceItem*
   item->rx_bandwidth =
       static_cast<double>(detail::WrappingSub(current.rx_bytes, previous.rx_bytes)) /
       elapsed_seconds;
+  item->counters.rx_bytes = current.rx_bytes;
+  item->counters.tx_bytes = current.tx_bytes;
 }
 
 NetworkMonitor::NetworkMonitor() : NetworkMonitor(KernelPaths()) {}

@@ -56,5 +56,30 @@ bool DecodeNewestDdrRecord(const unsigned char* bytes, std::size_t length,
   return true;
 }
 
+void AddDdrRecords(const unsigned char* bytes, std::size_t length,
+                   const std::vector<std::string>& ports, uint32_t interval_us,
+                   QeltDdrCounters& counters) {
+  if (bytes == nullptr) return;
+  // Bytes per second times microseconds, kept whole: a figure is a multiple of 1 MiB.
+  const auto scale = [interval_us](int64_t per_second) {
+    return static_cast<uint64_t>(per_second) / 1000000 * interval_us +
+           static_cast<uint64_t>(per_second) % 1000000 * interval_us / 1000000;
+  };
+  for (std::size_t at = 0; at + MonitorData::kSize <= length; at += MonitorData::kSize) {
+    MonitorData record;
+    std::memcpy(&record, bytes + at, MonitorData::kSize);
+    QeltDdrState state;
+    DecodeDdrRecord(record, ports, state);
+    for (const auto& [port, bw] : state.bandwidth) {
+      QeltDdrCounters::Bytes& sum = counters.ports[port];
+      sum.read += scale(bw.read);
+      sum.write += scale(bw.write);
+    }
+    counters.cmd_sum.read += scale(state.cmd_sum_read);
+    counters.cmd_sum.write += scale(state.cmd_sum_write);
+    ++counters.records;
+  }
+}
+
 }  // namespace detail
 }  // namespace zefo

@@ -24,6 +24,13 @@ void DecodeDdrRecord(const QeltDdrMonitor::MonitorData& record,
 bool DecodeNewestDdrRecord(const unsigned char* bytes, std::size_t length,
                            const std::vector<std::string>& ports, QeltDdrState& state);
 
+/// Adds every complete record among the `length` bytes at `bytes` to `counters`: each record's
+/// figures are bytes per second over the device's sampling interval, `interval_us`
+/// microseconds, so each adds figure * interval. Trailing bytes short of a record are ignored.
+void AddDdrRecords(const unsigned char* bytes, std::size_t length,
+                   const std::vector<std::string>& ports, uint32_t interval_us,
+                   QeltDdrCounters& counters);
+
 }  // namespace detail
 }  // namespace zefo
 

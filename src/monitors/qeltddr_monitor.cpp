@@ -116,12 +116,18 @@ bool QeltDdrMonitor::DoMonitor() {
     // Nothing yet (the device is non-blocking), an error, or less than one whole record: the
     // device sits this pass out and its item keeps its figures.
     if (n <= 0) continue;
+    QeltDdrCounters& counters = counters_[device->name];
+    detail::AddDdrRecords(device->buffer, static_cast<std::size_t>(n), ports_, device->config[0],
+                          counters);
     QeltDdrState state;
     if (!detail::DecodeNewestDdrRecord(device->buffer, static_cast<std::size_t>(n), ports_,
                                        state)) {
       continue;
     }
     info_->Update(MutableItems(), device->name, state, Now());
+    if (auto* item = dynamic_cast<QeltDdrResourceItem*>(MutableItems()->Find(device->name))) {
+      item->counters = counters;
+    }
   }
   return true;
 }

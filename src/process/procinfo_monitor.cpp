@@ -92,6 +92,10 @@ void ProcInfoResourceInfo::DoUpdate(const std::string& /*name*/, ProcInfoResourc
       static_cast<double>(WrappingSub(current.read_bytes, previous.read_bytes)) / elapsed;
   item->io_write_bandwidth =
       static_cast<double>(WrappingSub(current.write_bytes, previous.write_bytes)) / elapsed;
+  item->counters.utime_ticks = current.utime;
+  item->counters.stime_ticks = current.stime;
+  item->counters.read_bytes = current.read_bytes;
+  item->counters.write_bytes = current.write_bytes;
 }
 
 // ---- report ----------------------------------------------------------------------------------

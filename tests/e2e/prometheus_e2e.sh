@@ -5,8 +5,13 @@
 # through both paths, every kind of figure among them, and the total memory it stored equals
 # the machine's MemTotal; and when a second zefo-monitor, serving over TLS with basic auth from a
 # web configuration file, is scraped with the right password, a wrong one gets 401 and plain
-# HTTP to its TLS port fails. Installs prometheus and prometheus-node-exporter when missing (they
-# are large, hence not in scripts/bootstrap). Everything it starts is stopped on exit.
+# HTTP to its TLS port fails. Then, over 60 s of traffic it makes (TCP over loopback, writes to
+# the disk, a steady load on the simulated DDR ports), rate() of the network, disk and DDR
+# counters agrees with it within 5 %; every query of prometheus/zefo-dashboard.json returns data
+# (the rules of prometheus/ loaded); a process that exits leaves the latest scrape; and the
+# OpenMetrics reference parser (python3-prometheus-client) reads zefo-monitor's /metrics.
+# Installs prometheus, prometheus-node-exporter (large, hence not in scripts/bootstrap) and
+# python3-prometheus-client when missing. Everything it starts is stopped on exit.
 #
 #   tests/e2e/prometheus_e2e.sh [BUILD_DIR]     (default build/debug)
 set -euo pipefail
@@ -27,6 +32,8 @@ install_packages() {
   local missing=()
   [[ -x $prometheus ]] || missing+=(prometheus)
   [[ -x $node_exporter ]] || missing+=(prometheus-node-exporter)
+  # The OpenMetrics reference parser, for the system's Python.
+  /usr/bin/python3 -c 'import prometheus_client' 2>/dev/null || missing+=(python3-prometheus-client)
   ((${#missing[@]} > 0)) || return 0
   local as_root=()
   ((EUID == 0)) || as_root=(sudo)
@@ -81,16 +88,26 @@ trap 'exit 1' INT TERM
 # The simulated board gives the BPU, thermal zones, CPU frequencies and a DDR device; the rest
 # comes from this machine's /proc.
 mkfifo "$work/sim.out"
+# Its DDR device samples once a second, at a steady 1000 MiB/s read and 500 written per port.
 python3 "$board_sim" "$work/board" --period 200 --bpu-cores 2 --ddr-devices 1 --zones 3 \
-  --cpus "$(nproc)" --clean >"$work/sim.out" &
+  --cpus "$(nproc)" --ddr-record-ms 1000 --ddr-load 1000,500 --clean >"$work/sim.out" &
 pids+=($!)
 read -r -t 30 ready <"$work/sim.out" || true
 [[ $ready == "board-sim: ready"* ]] || { echo "e2e: board-sim did not come up" >&2; exit 1; }
 
 mkdir "$work/textfile"
+# The one process the monitor exports (--metrics-processes registered): registered in a
+# registration directory of the test's own, and ended halfway.
+sleep 100000 &
+child=$!
+pids+=("$child")
+mkdir -p "$work/reg/$child"
+echo "$child" >"$work/reg/$child/pid"
+echo e2e-child >"$work/reg/$child/name"
 # One monitor feeds both paths, so the DDR device's records are not split between two readers.
 # A .prom file with --format openmetrics is written in the text format node_exporter reads.
-"$monitor" --sysfs "$work/board/sys" --devfs "$work/board/dev" --period 500 \
+"$monitor" --sysfs "$work/board/sys" --devfs "$work/board/dev" --period 1000 \
+  --regdir "$work/reg" --metrics-processes registered \
   --format openmetrics --output "$work/textfile/zefo.prom" \
   --listen "127.0.0.1:$zefo_port" 2>"$work/zefo.err" &
 pids+=($!)
@@ -119,6 +136,8 @@ cat >"$work/prometheus.yml" <<YAML
 global:
   scrape_interval: 2s
   scrape_timeout: 2s
+  evaluation_interval: 2s
+rule_files: ["$source_dir/prometheus/zefo-rules.yml", "$source_dir/prometheus/zefo-alerts.yml"]
 scrape_configs:
   - job_name: zefo
     static_configs: [{targets: ["127.0.0.1:$zefo_port"]}]
@@ -219,6 +238,8 @@ for problem in problems:
     print("e2e: FAIL: " + problem, file=sys.stderr)
 sys.exit(1)
 PY
+((status != 0)) || /usr/bin/python3 "$here/prometheus_rates.py" "$prom_port" "$zefo_port" "$work" \
+  "$child" "$source_dir/prometheus/zefo-dashboard.json" || status=$?
 if ((status != 0)); then
   for log in zefo.err zefo-tls.err node.log prometheus.log; do
     echo "--- $log (last lines)" >&2

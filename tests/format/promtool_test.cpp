@@ -34,12 +34,16 @@ TEST(PromtoolTest, BoardExpositionPassesTheLinter) {
 TEST(PromtoolTest, ZefoMonitorOnThisMachinePassesTheLinter) {
   testing::FixtureTree tree;
   const std::string path = tree.Path("machine.prom");
-  const std::string run = std::string(ZEFO_MONITOR_BIN) +
-                          " --count 2 --period 100 --format openmetrics --output '" + path + "'";
-  ASSERT_EQ(std::system(run.c_str()), 0);
-  std::string output;
-  EXPECT_EQ(Promtool(path, output), 0) << output;
-  EXPECT_EQ(output, "");
+  for (const char* processes : {"top:10", "by-name", "all"}) {
+    SCOPED_TRACE(processes);
+    const std::string run = std::string(ZEFO_MONITOR_BIN) +
+                            " --count 2 --period 100 --format openmetrics --metrics-processes " +
+                            processes + " --output '" + path + "'";
+    ASSERT_EQ(std::system(run.c_str()), 0);
+    std::string output;
+    EXPECT_EQ(Promtool(path, output), 0) << output;
+    EXPECT_EQ(output, "");
+  }
 }
 
 }  // namespace

@@ -162,6 +162,9 @@ TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
       {{"--replay", "/tmp", "--record", "/tmp"}, "--record excludes --replay"},
       {{"--record-max-size", "1K", "--record", "/tmp/x"}, "'1K' is too small"},
       {{"--record-max-age", "7y", "--record", "/tmp/x"}, "'7y' is not a duration"},
+      {{"--metrics-processes", "top:0"}, "'0' is not a process count (1 to 10000)"},
+      {{"--metrics-monitors", "cpu,gpu"}, "'gpu' is not a monitor"},
+      {{"--output-interval", "5"}, "--output-interval needs --output"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
@@ -357,6 +360,12 @@ TEST(ZefoMonitorToolTest, OutputFileHoldsTheLatestPassOnly) {
       EXPECT_EQ(text.size() > 6 && text.substr(text.size() - 6) == "# EOF\n", c.eof);
     }
   }
+  // --output-interval keeps the first pass, which has no two-sample figures yet, all run long.
+  const Outcome kept =
+      RunToEnd({"--count", "3", "--period", "50", "--format", "json", "--output-interval", "3600",
+                "--output", (dir / "pass.json").string()});
+  ASSERT_EQ(kept.code, 0) << kept.err;
+  EXPECT_FALSE(nlohmann::json::parse(ReadAll(dir / "pass.json"))["cpu"].contains("total"));
   std::vector<std::string> left;
   for (const auto& entry : std::filesystem::directory_iterator(dir)) {
     left.push_back(entry.path().filename().string());

@@ -133,6 +133,14 @@ int main(int argc, char** argv) {
 
   zefo::format::FormatOptions format_options;
   format_options.line_details = opt.line_details;
+  // The exposition as a fleet's server wants it: counters to take rates of, bounded process
+  // series, and a command line short enough to be a label.
+  // A recording keeps the figures, not the kernel's totals: a replay has no counters to show.
+  format_options.counters = opt.replay_dir.empty();
+  format_options.kinds = opt.metrics_kinds;
+  format_options.processes = opt.metrics_processes;
+  format_options.top_processes = opt.metrics_top;
+  format_options.max_cmd_line_bytes = 128;
   // Colour only for a person at a terminal who did not opt out; files and pipes get none.
   zefo::format::FormatOptions stdout_options = format_options;
   const char* no_colour = std::getenv("NO_COLOR");
@@ -144,11 +152,18 @@ int main(int argc, char** argv) {
   // Writes one pass where it goes: kKeepGoing, or the status to end the run with. The report is
   // the library's, every item it holds (`all`); every other output shows only what the pass
   // sampled (`live`).
+  // With --output-interval, when the file was last rewritten (the pass's time, ms).
+  uint64_t output_written_ms = 0;
+  const uint64_t output_interval_ms = static_cast<uint64_t>(opt.output_interval_seconds) * 1000;
   const auto emit = [&](const zefo::format::Snapshot& all, const zefo::format::Snapshot& live) {
     const auto pass_for = [&](Format format) -> const zefo::format::Snapshot& {
       return format == Format::kReport ? all : live;
     };
-    if (output) {
+    const uint64_t pass_ms = live.update_time;
+    const bool output_due = output_written_ms == 0 || pass_ms < output_written_ms ||
+                            pass_ms - output_written_ms >= output_interval_ms;
+    if (output && output_due) {
+      output_written_ms = pass_ms;
       const std::string error =
           output->Write(FormatPass(pass_for(file_format), file_format, format_options));
       if (!error.empty()) {

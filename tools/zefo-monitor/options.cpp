@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "manual.h"
+#include "metric_options.h"
 #include "time_arg.h"
 #include "zefo/zefo_utils.h"
 
@@ -229,6 +230,38 @@ ParseResult ParseOptions(int argc, char** argv) {
       ->check(WholeNumber(0, 100LL * 365 * 86400))
       ->default_val(60);
 
+  std::string metrics_processes = "top:10", metrics_monitors = "all";
+  app.add_option("--metrics-processes", metrics_processes,
+                 "Which processes the metrics exposition carries: none, registered (those in the "
+                 "registration directory), top:N (the N busiest by CPU), by-name (one group of "
+                 "series per process name, no process ids), or all")
+      ->type_name("WHICH")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            format::ProcessMetrics which;
+            std::size_t top;
+            return ParseProcessMetrics(text, which, top);
+          },
+          ""))
+      ->default_val("top:10");
+  app.add_option("--metrics-monitors", metrics_monitors,
+                 "The monitors whose figures the metrics exposition carries, separated by commas "
+                 "(cpu, bpu, disk, memory, network, temperature, ddr, process), or all")
+      ->type_name("LIST")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            unsigned kinds;
+            return ParseMonitorList(text, kinds);
+          },
+          ""))
+      ->default_val("all");
+  app.add_option("--output-interval", opt.output_interval_seconds,
+                 "Rewrite the --output file at most every SECONDS (the newest pass then), to "
+                 "spare flash; 0 rewrites it on every pass")
+      ->type_name("SECONDS")
+      ->check(WholeNumber(0, 86400))
+      ->default_val(0);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -255,6 +288,17 @@ ParseResult ParseOptions(int argc, char** argv) {
       return result;
     }
   }
+  if (app.count("--output-interval") > 0 && opt.output.empty()) {
+    std::cerr << "zefo-monitor: --output-interval needs --output\n";
+    result.exit_code = 2;
+    return result;
+  }
+  ParseProcessMetrics(metrics_processes, opt.metrics_processes, opt.metrics_top);
+  // Processes named with --pid are all wanted, however many.
+  if (!pids.empty() && app.count("--metrics-processes") == 0) {
+    opt.metrics_processes = format::ProcessMetrics::kAll;
+  }
+  ParseMonitorList(metrics_monitors, opt.metrics_kinds);
   opt.pids.insert(pids.begin(), pids.end());
   format::ParseFormat(format_name, opt.format);
   opt.format_given = app.count("--format") > 0;

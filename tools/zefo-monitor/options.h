@@ -43,6 +43,13 @@ struct Options {
   uint64_t replay_to_ms = std::numeric_limits<uint64_t>::max();
   // A name no pass has seen for this long is forgotten; 0 keeps every name ever seen.
   long long forget_after_seconds = 60;
+  // What the exposition carries: which processes (--metrics-processes; the ten busiest by
+  // default, so a fleet's series stay bounded) and which monitors (--metrics-monitors).
+  format::ProcessMetrics metrics_processes = format::ProcessMetrics::kTop;
+  std::size_t metrics_top = 10;
+  unsigned metrics_kinds = ~0u;
+  // --output-interval: --output is rewritten at most this often; 0 on every pass.
+  long long output_interval_seconds = 0;
 };
 
 // "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or

@@ -24,6 +24,21 @@ enum class Format {
   kPrometheus,
 };
 
+/// Which processes the exposition formats write (see FormatOptions::processes).
+enum class ProcessMetrics {
+  /// None: no process series at all.
+  kNone,
+  /// Those with a name in the registration directory.
+  kRegistered,
+  /// The FormatOptions::top_processes with the largest CPU share (user and system).
+  kTop,
+  /// One group per process name instead of one series set per process: the count of
+  /// processes, their CPU share, resident memory and storage bandwidth summed.
+  kByName,
+  /// Every process of the pass.
+  kAll,
+};
+
 /// Options of the formatters. A plain value.
 struct ZEFO_EXPORT FormatOptions {
   /// The line format writes the time in UTC rather than in the local time zone.
@@ -39,6 +54,25 @@ struct ZEFO_EXPORT FormatOptions {
   /// The line format adds every CPU with its frequency, every DDR device, the three hottest
   /// zones and the three busiest processes.
   bool line_details = false;
+
+  // The exposition formats for a fleet: by default they write every figure of every item as
+  // above; these choose what goes out and add counters for the server to take rates of.
+
+  /// Adds the kernel's cumulative counters as counter families ("_total", base units): CPU
+  /// seconds per CPU and mode, disk bytes per device, network bytes per interface, process
+  /// CPU seconds and storage bytes, DDR bytes per device and port. It also takes the machine
+  /// total out of the per-CPU gauges, so that summing over `cpu` counts no CPU twice: the
+  /// total is then `zefo_cpu_machine_time_ratio`.
+  bool counters = false;
+  /// The kinds written, one bit per ResourceMonitorType value (1u << Cpu, ...).
+  unsigned kinds = ~0u;
+  /// Which processes are written; see ProcessMetrics.
+  ProcessMetrics processes = ProcessMetrics::kAll;
+  /// How many processes kTop writes.
+  std::size_t top_processes = 10;
+  /// Longest command line in `zefo_process_info`, in bytes (cut at a character boundary;
+  /// the other labels keep max_label_bytes).
+  std::size_t max_cmd_line_bytes = 512;
 };
 
 /// "report", "line", "json", "openmetrics", "prometheus".

@@ -1,0 +1,210 @@
+#!/usr/bin/env python3
+"""The second half of prometheus_e2e.sh, run once the server scrapes everything.
+
+For 60 s it makes traffic it can count: TCP over loopback at a steady 40 MiB/s and writes to
+the disk at 16 MiB/s (the board simulator adds 1000 MiB/s read and 500 written on every DDR
+port). Near the end, rate(..._total[30s]) must agree within 5 %: the loopback's received bytes
+with what the test sent, each DDR port with the simulator's load, and the disk's written bytes
+with what the kernel's /proc/diskstats counted between the two passes the window's first and
+last scrapes carried (the disk is shared with the rest of the machine, so the test's own writes
+are only a floor). Every query of the dashboard must return data, and the registered child,
+killed early on, must be gone from the latest scrape. Last, the OpenMetrics reference parser
+must read zefo-monitor's /metrics.
+
+    prometheus_rates.py PROMETHEUS_PORT ZEFO_PORT WORK_DIR CHILD_PID DASHBOARD_JSON
+"""
+import json
+import os
+import signal
+import socket
+import sys
+import threading
+import time
+import urllib.parse
+import urllib.request
+
+from prometheus_client.openmetrics.parser import text_string_to_metric_families
+
+port, zefo_port, work, dashboard = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[5]
+child = int(sys.argv[4])
+base = "http://127.0.0.1:%s" % port
+MIB = 1 << 20
+SECONDS = 60
+NET_RATE = 40 * MIB
+DISK_RATE = 16 * MIB
+DDR_LOAD = {"read": 1000 * MIB, "write": 500 * MIB}  # board-sim --ddr-load 1000,500
+TOLERANCE = 0.05
+
+
+def query(expr, at=None):
+    params = {"query": expr}
+    if at is not None:
+        params["time"] = "%.3f" % at
+    url = base + "/api/v1/query?" + urllib.parse.urlencode(params)
+    with urllib.request.urlopen(url, timeout=10) as reply:
+        return json.load(reply)["data"]["result"]
+
+
+def paced(rate, send, stop):
+    """Calls send(n) so that the bytes sent keep up with rate * elapsed until `stop`."""
+    start, sent = time.monotonic(), 0
+    while time.monotonic() < stop:
+        due = rate * (time.monotonic() - start) - sent
+        if due >= 64 * 1024:
+            sent += send(int(min(due, MIB)))
+        else:
+            time.sleep(0.002)
+    return sent / (time.monotonic() - start)
+
+
+def loopback(stop, result):
+    server = socket.socket()
+    server.bind(("127.0.0.1", 0))
+    server.listen(1)
+    sender = socket.create_connection(server.getsockname())
+    receiver, _ = server.accept()
+
+    def drain():
+        while receiver.recv(MIB):
+            pass
+
+    threading.Thread(target=drain, daemon=True).start()
+    chunk = b"z" * MIB
+    result["net"] = paced(NET_RATE, lambda n: sender.send(chunk[:n]), stop)
+    sender.close()
+
+
+def disk(stop, result):
+    fd = os.open(os.path.join(work, "disk-traffic"), os.O_WRONLY | os.O_CREAT, 0o600)
+    chunk, offset = b"d" * MIB, [0]
+
+    def write(n):
+        # Over the same 64 MiB again and again, each chunk pushed to the device at once.
+        written = os.pwrite(fd, chunk[:n], offset[0] % (64 * MIB))
+        offset[0] += written
+        os.fdatasync(fd)
+        return written
+
+    result["disk"] = paced(DISK_RATE, write, stop)
+    os.close(fd)
+
+
+def device_of(path):
+    """The block device (as /proc/diskstats names it) of the file system holding `path`."""
+    best, source = "", ""
+    with open("/proc/self/mountinfo") as f:
+        for line in f:
+            fields = line.split()
+            mount, fs_source = fields[4], fields[fields.index("-") + 2]
+            if (path == mount or path.startswith(mount.rstrip("/") + "/")) and len(mount) > len(best):
+                best, source = mount, fs_source
+    return os.path.basename(os.path.realpath(source))
+
+
+def written_log(name, stop, log):
+    """Appends (time, bytes written) from /proc/diskstats every 100 ms."""
+    while time.time() < stop:
+        with open("/proc/diskstats") as f:
+            for line in f:
+                fields = line.split()
+                if fields[2] == name:
+                    log.append((time.time(), int(fields[9]) * 512))
+        time.sleep(0.1)
+
+
+def written_at(log, when):
+    """Bytes written at `when`, interpolated in the log."""
+    for (t0, b0), (t1, b1) in zip(log, log[1:]):
+        if t0 <= when <= t1:
+            return b0 + (b1 - b0) * (when - t0) / (t1 - t0)
+    raise ValueError("no diskstats sample around %.1f" % when)
+
+
+def agrees(what, got, expected, problems):
+    line = "%s: rate %.2f MiB/s, expected %.2f MiB/s" % (what, got / MIB, expected / MIB)
+    print("e2e: " + line)
+    if expected <= 0 or abs(got - expected) > TOLERANCE * expected:
+        problems.append(line)
+
+
+def main():
+    problems = []
+    device = device_of(os.path.realpath(work))
+    result, log = {}, []
+    stop = time.monotonic() + SECONDS
+    threads = [threading.Thread(target=loopback, args=(stop, result)),
+               threading.Thread(target=disk, args=(stop, result)),
+               threading.Thread(target=written_log, args=(device, time.time() + SECONDS, log))]
+    for t in threads:
+        t.start()
+    time.sleep(5)
+    exported = query('zefo_process_info{job="zefo",pid="%d"}' % child)
+    if [r["metric"].get("zefo_name") for r in exported] != ["e2e-child"]:
+        problems.append("the registered child was not exported: %s" % exported)
+    os.kill(child, signal.SIGTERM)
+    time.sleep(SECONDS - 10)
+    at = time.time()  # the window [at - 30 s, at] lies inside the traffic
+
+    # rate() divides what grew between the window's first and last scrapes by the time between
+    # them; the values are those of the passes the scrapes carried, which ended at the times
+    # zefo_update_time_seconds gives (up to a period before the scrape).
+    passes = query('zefo_update_time_seconds{job="zefo"}[30s]', at)
+    (first_scrape, first_pass), (last_scrape, last_pass) = [
+        (float(t), float(v)) for t, v in (passes[0]["values"][0], passes[0]["values"][-1])]
+
+    for t in threads:
+        t.join()
+    net = query('rate(zefo_network_receive_bytes_total{job="zefo",interface="lo"}[30s])', at)
+    agrees("loopback received", float(net[0]["value"][1]) if net else 0, result["net"],
+           problems)
+    for way, load in DDR_LOAD.items():
+        ports = query('rate(zefo_ddr_port_%s_bytes_total{job="zefo"}[30s])' % way, at)
+        if len(ports) != 5:
+            problems.append("DDR %s: %d ports, not 5" % (way, len(ports)))
+        for r in ports:
+            agrees("DDR %s %s" % (r["metric"]["port"], way), float(r["value"][1]), load,
+                   problems)
+    disk_rate = query('rate(zefo_disk_written_bytes_total{job="zefo",device="%s"}[30s])' % device,
+                      at)
+    got = float(disk_rate[0]["value"][1]) if disk_rate else 0
+    kernel = (written_at(log, last_pass) - written_at(log, first_pass)) / (
+        last_scrape - first_scrape)
+    agrees("disk %s written (the kernel's count)" % device, got, kernel, problems)
+    print("e2e: disk: the test's own writes %.2f MiB/s" % (result["disk"] / MIB))
+    if got < (1 - TOLERANCE) * result["disk"]:
+        problems.append("disk: %.2f MiB/s is less than the test's own writes" % (got / MIB))
+
+    # Every panel's query, over every board, at the server's 30 s rate interval.
+    with open(dashboard) as f:
+        panels = json.load(f)["panels"]
+    empty = []
+    for panel in panels:
+        for target in panel["targets"]:
+            expr = target["expr"].replace("$instance", ".+").replace("$__rate_interval", "30s")
+            if not query(expr):
+                empty.append("%s: %s" % (panel["title"], expr))
+    print("e2e: %d dashboard queries, %d without data" % (
+        sum(len(p["targets"]) for p in panels), len(empty)))
+    problems += ["dashboard query without data: " + e for e in empty]
+
+    gone = query('{job=~"zefo|node",pid="%d"}' % child)
+    if gone:
+        problems.append("the exited child is still in the latest scrape: %s" % gone[:3])
+
+    request = urllib.request.Request("http://127.0.0.1:%s/metrics" % zefo_port,
+                                     headers={"Accept": "application/openmetrics-text"})
+    with urllib.request.urlopen(request, timeout=10) as reply:
+        text = reply.read().decode()
+    try:
+        families = list(text_string_to_metric_families(text))
+        print("e2e: the OpenMetrics reference parser read %d families" % len(families))
+    except ValueError as error:
+        problems.append("the OpenMetrics reference parser refused /metrics: %s" % error)
+
+    for problem in problems:
+        print("e2e: FAIL: " + problem, file=sys.stderr)
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
