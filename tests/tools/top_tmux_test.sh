@@ -94,6 +94,7 @@ case_name=replay
 "$monitor" --record "$work/rec" --count 4 --period 300 --sysfs "$work/board/sys" \
   --devfs "$work/board/dev" 2>/dev/null
 tmux -L "$socket" kill-server 2>/dev/null || true
+socket=zefo-top-$$-$case_name  # a fresh server: the one just killed may still be going
 tmux -L "$socket" -f /dev/null new-session -d -s top -x 100 -y 30 \
   "$monitor --top --replay $work/rec; echo exit=\$?; sleep 60"
 await 'replay 1/4'
