@@ -73,9 +73,9 @@ grep -q '^update time: [1-9]' "$work/pc.out"
 c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/format_main.cpp" -o "$work/format-pc" \
   $(pkg-config --cflags --libs zefo_format) \
   -Wl,-rpath,"$(pkg-config --variable=libdir zefo_format)"
-"$work/format-pc" | grep -q '^json: '
+grep -q '^json: ' <<<"$("$work/format-pc")"
 echo "consumer: pkg-config builds ran ok (zefo_resource_monitor, zefo_format)"
 
 # 3. The installed tool finds its libraries without help.
-"$prefix/bin/zefo-monitor" --count 1 --period 10 | grep -q '^update time: '
+grep -q '^update time: ' <<<"$("$prefix/bin/zefo-monitor" --count 1 --period 10)"
 echo "consumer: installed zefo-monitor ran ok"

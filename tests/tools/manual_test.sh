@@ -15,11 +15,14 @@ complete_words() {  # the completions of the command line "$@" (the last word is
   _zefo_monitor
   printf '%s\n' "${COMPREPLY[@]}"
 }
+# Held in a variable: `grep -q` on a pipe may leave before the writer ends, which pipefail takes
+# for a failure.
+offered=$(complete_words --)
 for option in $("$monitor" --help | grep -oE '^ +--[a-z-]+' | tr -d ' '); do
-  complete_words -- | grep -qx -- "$option" || fail "completion lacks $option"
+  grep -qx -- "$option" <<<"$offered" || fail "completion lacks $option"
   grep -q -- "${option//-/\\\\-}" "$dir/zefo-monitor.1" || fail "the manual lacks $option"
 done
 [[ $(complete_words --format "" | tr '\n' ' ') == "report line json openmetrics prometheus " ]] ||
   fail "formats after --format: $(complete_words --format "")"
-complete_words --sysfs / | grep -qx /usr || fail "no directories after --sysfs"
+grep -qx /usr <<<"$(complete_words --sysfs /)" || fail "no directories after --sysfs"
 echo "manual: page and completion cover every option"

@@ -19,7 +19,7 @@ fail() { echo "top-tmux: $case_name: $*" >&2; echo "--- screen:" >&2; screen >&2
 screen() { tmux -L "$socket" capture-pane -p -t top; }
 # Waits up to 10 s for the screen to match an extended regular expression.
 await() {
-  for _ in $(seq 100); do screen | grep -Eq -- "$1" && return 0; sleep 0.1; done
+  for _ in $(seq 100); do grep -Eq -- "$1" <<<"$(screen)" && return 0; sleep 0.1; done
   fail "no '$1' on the screen"
 }
 # The pids of the process rows, in screen order.
@@ -80,7 +80,7 @@ for entry in "${cases[@]}"; do
   await '^exit=0'
   # Terminals with an alternate screen get theirs back; a vt100 or serial console has none.
   if tput -T "$term" smcup >/dev/null 2>&1; then
-    tmux -L "$socket" capture-pane -p -S - -t top | grep -q BEFORE-TOP ||
+    grep -q BEFORE-TOP <<<"$(tmux -L "$socket" capture-pane -p -S - -t top)" ||
       fail "the screen from before --top is not back"
   fi
   [[ $(tmux -L "$socket" display -p -t top '#{alternate_on}') == 0 ]] || fail "still on the alternate screen"
