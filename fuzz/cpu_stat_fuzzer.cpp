@@ -7,7 +7,7 @@
 #include "core/counter_math.h"
 #include "fuzz_support.h"
 #include "monitors/cpu_parse.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 #include "zefo/cpu_monitor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

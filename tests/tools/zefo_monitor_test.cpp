@@ -1,9 +1,7 @@
 // Runs the built zefo-monitor as a child process: option errors, reports, output files, the HTTP
 // endpoint, and stopping on signals.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -125,164 +123,90 @@ Outcome RunToEnd(const std::vector<std::string>& args) {
   return {code, child.out_text, child.err_text};
 }
 
-TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
-  const struct {
-    std::vector<std::string> args;
-    const char* reason;
-  } cases[] = {
-      {{"--period", "x"}, "'x' is not a whole number"},
-      {{"--period", "1.5"}, "'1.5' is not a whole number"},
-      {{"--period", "-5"}, "'-5' is out of range"},
-      {{"--count", "0"}, "'0' is out of range"},
-      {{"--count"}, "--count"},
-      {{"--pid", "abc"}, "'abc' is not a process id"},
-      {{"--pid", "1", "--pid", ""}, "is not a process id"},
-      {{"--bogus"}, "--bogus"},
-      {{"stray"}, "stray"},
-      {{"--format", "xml"}, "'xml' is not a format (report, line, json, openmetrics, prometheus)"},
-      {{"--output", ""}, "the file name is empty"},
-      {{"--output", "/nonexistent-zefo-dir/x.prom"},
-       "cannot write --output /nonexistent-zefo-dir/x.prom: cannot create files in "
-       "/nonexistent-zefo-dir: No such file or directory"},
-      {{"--output", "/"}, "/ is a directory"},
-      {{"--listen", "127.0.0.1"}, "'127.0.0.1' is not an address and port"},
-      {{"--listen", ":9464"}, "':9464' names no address"},
-      {{"--listen", "127.0.0.1:65536"}, "'65536' is not a port"},
-      {{"--listen", "[::1"}, "is not an address and port"},
-#ifdef ZEFO_WITH_HTTP
-      {{"--listen", "no.such.host.invalid:9464"}, "cannot listen on no.such.host.invalid:9464"},
-#endif
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
-    const Outcome run = RunToEnd(c.args);
-    EXPECT_EQ(run.code, 2);
-    EXPECT_NE(run.err.find(c.reason), std::string::npos) << run.err;
-    EXPECT_EQ(run.out, "");
-  }
-}
-
-TEST(ZefoMonitorToolTest, HelpAndVersionExitZero) {
-  const Outcome help = RunToEnd({"--help"});
-  EXPECT_EQ(help.code, 0);
-  for (const char* option :
-       {"--period", "--count", "--pid", "--procfs", "--sysfs", "--devfs", "--regdir", "--rootfs",
-        "--format", "--output", "--listen", "--version"}) {
-    EXPECT_NE(help.out.find(option), std::string::npos) << option;
-  }
-  const Outcome version = RunToEnd({"--version"});
-  EXPECT_EQ(version.code, 0);
-  EXPECT_EQ(version.out.rfind("zefo-monitor ", 0), 0u) << version.out;
-}
-
-TEST(ZefoMonitorToolTest, CountPrintsThatManyWholeReports) {
-  const Outcome run = RunToEnd({"--count", "2", "--period", "50"});
-  ASSERT_EQ(run.code, 0) << run.err;
-  EXPECT_EQ(run.err, "");
-  // Each report starts with "update time: " and ends with an empty line, so every report after
-  // the first follows a blank line.
-  ASSERT_EQ(run.out.rfind("update time: ", 0), 0u) << run.out;
-  ASSERT_GE(run.out.size(), 2u);
-  EXPECT_EQ(run.out.substr(run.out.size() - 2), "\n\n");
-  // Only line starts count: a process's command line in the report may hold the words too.
-  size_t reports = 0;
-  for (size_t at = run.out.find("update time: "); at != std::string::npos;
-       at = run.out.find("update time: ", at + 1)) {
-    if (at > 0 && run.out[at - 1] != '\n') continue;
-    if (at > 0) {
-      EXPECT_EQ(run.out.substr(at - 2, 2), "\n\n") << "report " << reports + 1;
-    }
-    ++reports;
-  }
-  EXPECT_EQ(reports, 2u) << run.out;
-}
-
-TEST(ZefoMonitorToolTest, StopSignalsEndItCleanlyWithoutWaitingThePeriodOut) {
-  for (int sig : {SIGTERM, SIGINT}) {
-    SCOPED_TRACE(strsignal(sig));
-    Child child = Spawn({"--period", "2000"});
-    ASSERT_GT(child.pid, 0);
-    // The first report is printed right after the first pass; the tool then waits 2 s.
-    ASSERT_TRUE(Drain(child, milliseconds(30000), "\n\n")) << child.err_text;
-    const auto sent = Clock::now();
-    kill(child.pid, sig);
-    EXPECT_TRUE(Drain(child, milliseconds(30000)));
-    const int code = Reap(child);
-    EXPECT_EQ(code, 0) << child.err_text;
-    EXPECT_LT(Clock::now() - sent, milliseconds(1500));
-    EXPECT_EQ(child.err_text, "");
-  }
-}
-
-#ifdef ZEFO_WITH_HTTP
-TEST(ZefoMonitorToolTest, TakenPortExitsTwo) {
-  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  ASSERT_GE(sock, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof addr;
-  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  ASSERT_EQ(listen(sock, 1), 0);
-  ASSERT_EQ(getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &length), 0);
-  const std::string where = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
-  const Outcome run = RunToEnd({"--listen", where});
-  close(sock);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_NE(run.err.find("cannot listen on " + where + ": Address already in use"),
-            std::string::npos)
-      << run.err;
-}
-
-#endif  // ZEFO_WITH_HTTP
-
-std::string ReadAll(const std::filesystem::path& path) {
+std::string ReadAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
 }
 
-// Each pass replaces the file whole; nothing else is left in its directory.
-TEST(ZefoMonitorToolTest, OutputFileHoldsTheLatestPassOnly) {
+// Each case is one run: bad options exit 2 with the reason on standard error, --help and
+// --version exit 0, and --output replaces its file whole with one pass of its format.
+TEST(ZefoMonitorToolTest, OneRunPerOption) {
   zefo::testing::FixtureTree tree;
-  const std::filesystem::path dir = tree.Path("out");
+  const std::string dir = tree.Path("out/");
   std::filesystem::create_directory(dir);
   const struct {
-    const char* format;
-    const char* file;
-    bool eof;  // OpenMetrics: "# EOF" at the end
+    std::vector<std::string> args;
+    int code;
+    const char* text;  // in standard error, or with exit 0 in standard output
   } cases[] = {
-      {"json", "pass.json", false},
-      {"openmetrics", "zefo.om", true},
-      {"openmetrics", "zefo.prom", false},  // for node_exporter: the 0.0.4 text format
-      {"prometheus", "zefo.txt", false},
+      {{"--period", "1.5"}, 2, "'1.5' is not a whole number"},
+      {{"--period", "-5"}, 2, "'-5' is out of range"},
+      {{"--count", "0"}, 2, "'0' is out of range"},
+      {{"--count"}, 2, "--count"},
+      {{"--pid", "1", "--pid", ""}, 2, "'' is not a process id"},
+      {{"stray"}, 2, "stray"},
+      {{"--format", "xml"},
+       2,
+       "'xml' is not a format (report, line, json, openmetrics, prometheus)"},
+      {{"--output", "/nonexistent-zefo-dir/x.prom"},
+       2,
+       "cannot write --output /nonexistent-zefo-dir/x.prom: cannot create files in "
+       "/nonexistent-zefo-dir: No such file or directory"},
+      {{"--output", "/"}, 2, "/ is a directory"},
+      {{"--listen", ":9464"}, 2, "':9464' names no address"},
+      {{"--listen", "127.0.0.1:65536"}, 2, "'65536' is not a port"},
+      {{"--listen", "[::1"}, 2, "is not an address and port"},
+      {{"--help"}, 0, "--rootfs DIR"},
+      {{"--version"}, 0, "zefo-monitor "},
+      {{"--count", "3", "--period", "50", "--format", "json", "--output", dir + "pass.json"},
+       0,
+       ""},
+      // For node_exporter: a .prom file gets the 0.0.4 text format, not OpenMetrics.
+      {{"--count", "3", "--period", "50", "--format", "openmetrics", "--output", dir + "z.prom"},
+       0,
+       ""},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    const Outcome run = RunToEnd({"--count", "3", "--period", "50", "--format", c.format,
-                                  "--output", (dir / c.file).string()});
-    ASSERT_EQ(run.code, 0) << run.err;
-    EXPECT_EQ(run.out, "");
-    const std::string text = ReadAll(dir / c.file);
-    if (std::string(c.format) == "json") {
-      EXPECT_EQ(text.find('\n'), text.size() - 1);
-      EXPECT_TRUE(nlohmann::json::parse(text)["cpu"].contains("total")) << text;
-    } else {
-      // One pass: the time of the pass appears once.
-      const std::size_t at = text.find("\nzefo_update_time_seconds ");
-      ASSERT_NE(at, std::string::npos);
-      EXPECT_EQ(text.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
-      EXPECT_EQ(text.find("# UNIT") != std::string::npos, c.eof);
-      EXPECT_EQ(text.size() > 6 && text.substr(text.size() - 6) == "# EOF\n", c.eof);
+    SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
+    const Outcome run = RunToEnd(c.args);
+    EXPECT_EQ(run.code, c.code) << run.err;
+    EXPECT_NE((c.code == 0 ? run.out : run.err).find(c.text), std::string::npos) << run.err;
+    if (c.code != 0) {
+      EXPECT_EQ(run.out, "");
     }
   }
-  std::vector<std::string> left;
+  const std::string json = ReadAll(dir + "pass.json");
+  EXPECT_EQ(json.find('\n'), json.size() - 1);
+  EXPECT_TRUE(nlohmann::json::parse(json)["cpu"].contains("total")) << json;
+  const std::string prom = ReadAll(dir + "z.prom");
+  const std::size_t at = prom.find("\nzefo_update_time_seconds ");  // one pass: once
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(prom.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
+  EXPECT_EQ(prom.find("# EOF"), std::string::npos);
+  std::vector<std::string> left;  // no temporary file stays behind
   for (const auto& entry : std::filesystem::directory_iterator(dir)) {
     left.push_back(entry.path().filename().string());
   }
   std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, (std::vector<std::string>{"pass.json", "zefo.om", "zefo.prom", "zefo.txt"}));
+  EXPECT_EQ(left, (std::vector<std::string>{"pass.json", "z.prom"}));
+}
+
+// A whole report, ending in an empty line, right after the first pass; SIGINT then ends the run
+// at once and cleanly, without waiting the period out.
+TEST(ZefoMonitorToolTest, ReportsUntilInterrupted) {
+  Child child = Spawn({"--period", "2000"});
+  ASSERT_GT(child.pid, 0);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n\n")) << child.err_text;
+  const auto sent = Clock::now();
+  kill(child.pid, SIGINT);
+  EXPECT_TRUE(Drain(child, milliseconds(30000)));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+  EXPECT_LT(Clock::now() - sent, milliseconds(1500));
+  EXPECT_EQ(child.err_text, "");
+  ASSERT_EQ(child.out_text.rfind("update time: ", 0), 0u);
+  EXPECT_EQ(child.out_text.substr(child.out_text.size() - 2), "\n\n");
 }
 
 #ifdef ZEFO_WITH_HTTP
@@ -360,7 +284,7 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
   EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
-  EXPECT_GE(most, 5u);
+  EXPECT_GE(most, 2u);    // a loaded machine may run few passes in the window
   EXPECT_FALSE(history["series"].empty());
 
   httplib::Result latest = client.Get("/api/latest");
@@ -376,6 +300,13 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 400);
   }
+  // Another zefo-monitor on the same port says so and exits 2.
+  const std::string where = "127.0.0.1:" + std::to_string(port);
+  const Outcome taken = RunToEnd({"--listen", where});
+  EXPECT_EQ(taken.code, 2);
+  EXPECT_NE(taken.err.find("cannot listen on " + where + ": Address already in use"),
+            std::string::npos)
+      << taken.err;
   kill(child.pid, SIGTERM);
   EXPECT_TRUE(Drain(child, milliseconds(30000)));
   EXPECT_EQ(Reap(child), 0) << child.err_text;

@@ -1,0 +1,478 @@
+// The system monitors: each reader's hostile and odd lines as one table, what the fixture board
+// cannot show (hotplug, zones and devices that come and go, mounts matched with their device),
+// and live checks against what this machine's kernel reports.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "monitors/cpu_parse.h"
+#include "monitors/disk_parse.h"
+#include "monitors/memory_parse.h"
+#include "monitors/network_parse.h"
+#include "monitors/qeltddr_decode.h"
+#include "monitors/temperature_parse.h"
+#include "support/board.h"
+#include "support/golden.h"
+
+namespace zefo {
+namespace {
+
+using testing::FixtureTree;
+using L = std::vector<long long>;
+
+// The clock of the monitors below: passes are one second apart.
+int64_t g_now = 1000;
+int64_t Now() {
+  return g_now;
+}
+
+template <typename T = ResourceItem>
+const T* Item(const BaseMonitor& monitor, const std::string& name) {
+  const auto it = monitor.Items().find(name);
+  return it == monitor.Items().end() ? nullptr : dynamic_cast<const T*>(it->second);
+}
+
+std::vector<std::string> Names(const BaseMonitor& monitor) {
+  std::vector<std::string> names;
+  for (const auto& entry : monitor.Items()) names.push_back(entry.first);
+  return names;
+}
+
+TEST(Readers, CpuStatLines) {
+  const std::string long_word = "cpu" + std::string(400, 'x');
+  const struct {
+    std::string line, word;  // word "-": the line is not taken
+    L counters;
+  } cases[] = {
+      {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+      {"cpu3 1 2 3 4 5 6 7", "cpu3", {1, 2, 3, 4, 5, 6, 7, 0, 0, 0}},  // older kernels
+      {"cpu2 7 x 9", "cpu2", {7, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+      {"cpu0 -5 99999999999999999999", "cpu0", {-5, LLONG_MAX, 0, 0, 0, 0, 0, 0, 0, 0}},
+      {long_word + " 1", long_word.substr(0, 255), {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+      {"intr 197539 0 0", "-", {}},
+      {"   \t", "-", {}},
+      {std::string("\x01\xff\0cpu", 6), "-", {}},
+  };
+  for (const auto& c : cases) {
+    std::string word = "-";
+    CpuState s;
+    s.user = s.guest_nice = 77;  // left over from an earlier line
+    EXPECT_EQ(detail::ParseCpuStatLine(c.line.c_str(), word, s), c.word != "-") << c.line;
+    EXPECT_EQ(word, c.word);
+    if (c.word != "-") {
+      EXPECT_EQ(L({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal, s.guest,
+                   s.guest_nice}),
+                c.counters);
+    }
+  }
+}
+
+TEST(Readers, Meminfo) {
+  const struct {
+    std::string text;
+    L fields;  // total free shared buffers cached shmem sreclaimable swap_total swap_free
+  } cases[] = {
+      {"", {-1, -1, -1, -1, -1, -1, -1, -1, -1}},
+      // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale.
+      {"MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
+       {2097152, 7, 3072, -1, 9663676416, -1, -1, -1, -1}},
+      // One number and one unit serve the whole file: a bare key reuses the last ones.
+      {"MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
+       {4096, 4096, -1, 5120, 6, -1, -1, -1, -1}},
+      {"\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
+           std::string(5000, 'M') + " 1 kB\n",
+       {-1, -1, -1, -1, -1, -1, -1, -1, -1024}},  // the huge number wraps, but nothing crashes
+  };
+  for (auto c : cases) {
+    MemoryState s;
+    detail::ParseMeminfoInPlace(c.text, s);
+    EXPECT_EQ(L({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem, s.sreclaimable,
+                 s.swap_total, s.swap_free}),
+              c.fields);
+  }
+}
+
+TEST(Readers, ZoneTemperatures) {
+  const struct {
+    const char* text;
+    int raw;
+    double celsius;  // up to 1000 the driver gives degrees, above it millidegrees
+  } cases[] = {{"45000\n", 45000, 45.0},
+               {"1000", 1000, 1000.0},
+               {"1001", 1001, 1.001},
+               {"-5000", -5000, -5000.0},
+               {"n/a", -1, -1.0},
+               {"", -1, -1.0},
+               {"99999999999999", INT_MAX, 2147483.647}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(detail::ParseZoneTemp(c.text), c.raw) << c.text;
+    EXPECT_DOUBLE_EQ(detail::ZoneCelsius(c.raw), c.celsius) << c.text;
+  }
+}
+
+TEST(Readers, NetDevLines) {
+  const struct {
+    std::string line, name;  // name "keep": the line is not taken
+    L figures;               // rx_bytes rx_packets tx_bytes tx_compressed
+  } cases[] = {
+      {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
+       "   0    0     0       0          7",
+       "lo:",
+       {3267, 29, 3267, 7}},
+      // The counter touches the colon: it stays in the name and the rest moves one place left.
+      {"  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
+       "   0    0     0       0          0",
+       "eth0:18707308",
+       {781, 0, 663, 0}},
+      {"  wlan0: 5 6 junk 8", "wlan0:", {5, 6, 0, 0}},
+      {"", "keep", {99, 99, 99, 99}},
+      {std::string(300, 'n') + ": 1 2 3", "keep", {99, 99, 99, 99}},
+  };
+  for (const auto& c : cases) {
+    std::string name = "keep";
+    NetworkState s;
+    s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
+    EXPECT_EQ(detail::ParseNetDevLine(c.line.c_str(), name, s), c.name != "keep") << c.line;
+    EXPECT_EQ(name, c.name);
+    EXPECT_EQ(L({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed}), c.figures) << c.line;
+  }
+}
+
+TEST(Readers, DiskstatsAndMounts) {
+  const std::string counters = " 11 12 13 14 15 16 17 18 19 20 21";
+  const struct {
+    std::string line;
+    L figures;  // sectors read, written, weighted time; {} when refused
+  } lines[] = {
+      {"   8       1 sda1" + counters, {13, 17, 21}},                   // 14 fields
+      {"   8       1 sda1" + counters + " 1 2 3 4 5 6", {13, 17, 21}},  // 20: discards, flushes
+      {"   8       1 sda1 11 12 13", {13, 0, 0}},  // cut short: the rest reads 0
+      {"   8       1 " + std::string(300, 'x') + counters, {}},
+      {"sda1 8 1" + counters, {}},
+  };
+  for (const auto& c : lines) {
+    DiskState s;
+    s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
+    EXPECT_EQ(detail::ParseDiskstatsLine(c.line.c_str(), s), !c.figures.empty()) << c.line;
+    if (!c.figures.empty()) {
+      EXPECT_EQ(L({s.sectors_read, s.sectors_written, s.weighted_io_time_ms}), c.figures);
+    }
+  }
+  uint64_t key = 0;
+  // Minor 256 spills into the major's bits: the key is that of 9:0, not of 8:256.
+  ASSERT_TRUE(detail::ParseDiskstatsKey("8 256 sdq", key));
+  EXPECT_EQ(key, makedev(9, 0));
+  std::string fs = "old-fs", mp = "/old";
+  EXPECT_EQ(detail::ParseMountLine("/dev/vda1 /boot ext4 rw 0 0", fs, mp), 2);
+  EXPECT_EQ(detail::ParseMountLine("none", fs, mp), 1);  // the previous mount point stays
+  EXPECT_EQ(detail::ParseMountLine("", fs, mp), 0);
+  // A word too long for its buffer: the line is refused whole, never split in two.
+  EXPECT_EQ(detail::ParseMountLine(("/dev/x /" + std::string(300, 'm')).c_str(), fs, mp), -1);
+  EXPECT_EQ(fs + " " + mp, "none /boot");
+}
+
+// Records of the DDR device; record k carries (k + 1) MiB on the CPU port.
+std::vector<unsigned char> DdrRecords(std::size_t count) {
+  std::vector<unsigned char> bytes;
+  std::vector<unsigned char> one = testing::BoardDdrRecord();
+  for (std::size_t k = 0; k < count; ++k) {
+    const uint32_t word = static_cast<uint32_t>(k + 1) << 16;
+    std::memcpy(one.data() + 12, &word, sizeof word);
+    bytes.insert(bytes.end(), one.begin(), one.end());
+  }
+  return bytes;
+}
+
+TEST(Readers, DdrRecords) {
+  const std::vector<unsigned char> full = DdrRecords(400);
+  const std::pair<std::size_t, int> cases[] = {{0, 0},   {375, 0}, {376, 1},
+                                               {751, 1}, {752, 2}, {150400, 400}};
+  for (const auto& [length, mib] : cases) {
+    std::vector<unsigned char> bytes(1);  // one byte in, so the records are not aligned
+    bytes.insert(bytes.end(), full.begin(), full.begin() + static_cast<long>(length));
+    QeltDdrState s;
+    EXPECT_EQ(detail::DecodeNewestDdrRecord(bytes.data() + 1, length, detail::DdrPortNames(), s),
+              mib != 0);
+    if (mib != 0) {
+      EXPECT_EQ(s.bandwidth["CPU"].read, mib * 1048576) << length;
+    }
+  }
+}
+
+TEST(CpuMonitorTest, OfflineCpuKeepsItsItemAndBackwardsCountersGoNegative) {
+  FixtureTree tree;
+  CpuMonitor monitor(tree.paths());
+  for (const char* stat :
+       {"cpu  100 0 100 800 0 0 0 0 0 0\ncpu0 50 0 50 400\ncpu1 50 0 50 400\n",
+        "cpu  200 0 200 1600 0 0 0 0 0 0\ncpu0 100 0 100 800\ncpu1 100 0 100 800\n",
+        // cpu1 went offline; user went back by 50 ticks.
+        "cpu  150 0 250 2100 0 0 0 0 0 0\ncpu0 50 0 150 1300\n"}) {
+    tree.Write("proc/stat", stat);
+    monitor.DoMonitor();
+  }
+  std::ostringstream os;
+  for (const auto& [name, item] : monitor.Items()) item->PrintToStream(os);
+  testing::ExpectGolden("cpu_offline_backwards.txt", os.str());
+  EXPECT_EQ(Item(monitor, "cpu0")->count, 2u);
+  EXPECT_EQ(Item(monitor, "cpu1")->count, 1u);
+}
+
+// Zones that give nothing must not hold up the rest; zones of one type share an item.
+TEST(TemperatureMonitorTest, HostileZonesAndSharedTypes) {
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  const std::string dir = "sys/class/thermal/";
+  tree.Fifo(dir + "thermal_zone6/temp");  // a FIFO nobody writes
+  tree.Write(dir + "thermal_zone6/type", "fifo-thermal\n");
+  tree.Mkdir(dir + "thermal_zone7/temp");
+  tree.Write(dir + "thermal_zone7/type", "dir-thermal\n");
+  tree.Write(dir + "thermal_zone8", "not a zone\n");
+  tree.Write(dir + "thermal_zone9/type", "cpu-thermal\n");  // a second zone of one type
+  tree.Write(dir + "thermal_zone9/temp", "45000\n");
+  TemperatureMonitor monitor(tree.paths());
+  EXPECT_TRUE(monitor.DoMonitor());
+  EXPECT_TRUE(monitor.DoMonitor());
+  EXPECT_EQ(Names(monitor), (std::vector<std::string>{"board-thermal", "bpu-thermal", "cpu-thermal",
+                                                      "ddr-thermal"}));
+  EXPECT_EQ(Item(monitor, "cpu-thermal")->count, 3u);  // four samples under one name
+  EXPECT_EQ(Item(monitor, "bpu-thermal")->count, 1u);
+}
+
+TEST(BpuMonitorTest, CoresFollowTheScanAndTheFirstNamedDevice) {
+  const std::string bpu = "sys/devices/system/bpu/";
+  const struct {
+    const char* what;
+    std::vector<std::string> remove;  // from the board's two cores
+    std::vector<std::string> items;
+  } cases[] = {
+      {"no BPU", {"bpu0", "bpu1"}, {}},
+      {"a gap ends the scan", {"bpu0"}, {}},
+      {"a core without a device name is skipped", {"bpu0/devfreq/devfreq0/name"}, {"bpu1"}},
+      {"a core with an empty devfreq is skipped", {"bpu0/devfreq/devfreq0"}, {"bpu1"}},
+  };
+  for (const auto& c : cases) {
+    FixtureTree tree;
+    testing::LoadBoard(tree, 0);
+    for (const std::string& rel : c.remove) tree.Remove(bpu + rel);
+    BpuMonitor monitor(tree.paths());
+    monitor.DoMonitor();
+    monitor.DoMonitor();
+    EXPECT_EQ(Names(monitor), c.items) << c.what;
+  }
+  // Unreadable names (none, empty, a directory) pass over a device; missing figures read 0.
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  const std::string devfreq = bpu + "bpu0/devfreq/";
+  tree.Mkdir(devfreq + "a");
+  tree.Write(devfreq + "b/name", "");
+  tree.Mkdir(devfreq + "c/name");
+  tree.Remove(devfreq + "devfreq0");
+  tree.Write(devfreq + "d/name", "bpu-core0 extra\n");
+  tree.Write(devfreq + "d/max_freq", "junk\n");
+  BpuMonitor monitor(tree.paths());
+  monitor.DoMonitor();
+  monitor.DoMonitor();
+  const auto* core = Item<BpuResourceItem>(monitor, "bpu0");
+  ASSERT_NE(core, nullptr);
+  EXPECT_EQ(core->devfreq_name, "bpu-core0");
+  EXPECT_EQ(L({core->min_freq, core->max_freq, core->cur_freq, core->ratio}), L({0, -1, 0, 45}));
+}
+
+TEST(DiskMonitorTest, MountsMatchTheirDeviceLineOnly) {
+  FixtureTree tree;
+  for (const char* dir : {"rootfs/data", "rootfs/data2", "rootfs/my disk"}) tree.Mkdir(dir);
+  tree.Symlink("/proc", "rootfs/proc");  // a pseudo file system: no diskstats line
+  struct stat st;
+  ASSERT_EQ(stat(tree.Path("rootfs/data").c_str(), &st), 0);
+  const unsigned major_no = major(st.st_dev), minor_no = minor(st.st_dev);
+  // With an odd major, minor + 256 spills into the very same key.
+  if (minor_no >= 256 || major_no >= 4096 || major_no % 2 == 1) GTEST_SKIP() << "device number";
+  tree.Write("proc/mounts",
+             "/dev/fake /data ext4 rw 0 0\nproc /proc proc rw 0 0\n/dev/gone /missing ext4 rw 0 "
+             "0\n/dev/fake /my\\040disk ext4 rw 0 0\n/dev/fake /data2 ext4 rw 0 0\n");
+  const auto diskstats = [&](int read, int written) {
+    const std::string id = std::to_string(major_no) + " " + std::to_string(minor_no);
+    const std::string spilled = std::to_string(major_no) + " " + std::to_string(minor_no + 256);
+    tree.Write("proc/diskstats", id + " fakedisk 1 0 " + std::to_string(read) + " 0 1 0 " +
+                                     std::to_string(written) + " 0 0 0 0\n" + spilled +
+                                     " spilled 1 0 999999 0 1 0 999999 0 0 0 0\n");
+  };
+  diskstats(100, 200);
+  DiskMonitor monitor(tree.paths());
+  monitor.SetClock(&Now);
+  EXPECT_TRUE(monitor.DoMonitor());
+  diskstats(100 + 2048, 200 + 4096);
+  g_now += 1000;
+  EXPECT_TRUE(monitor.DoMonitor());
+  ASSERT_EQ(Names(monitor), (std::vector<std::string>{"/data", "/data2"}));
+  struct statvfs vfs;
+  ASSERT_EQ(statvfs(tree.Path("rootfs/data").c_str(), &vfs), 0);
+  for (const char* mount_point : {"/data", "/data2"}) {
+    const auto* item = Item<DiskResourceItem>(monitor, mount_point);
+    EXPECT_EQ(item->name, "fakedisk");  // had the minor-256 line matched, it would have won
+    EXPECT_EQ(item->file_system + item->mount_point, std::string("/dev/fake") + mount_point);
+    EXPECT_EQ(item->total_size, static_cast<int64_t>(vfs.f_blocks * vfs.f_bsize));
+    EXPECT_DOUBLE_EQ(item->read_bandwidth, 2048 * 512);
+    EXPECT_DOUBLE_EQ(item->written_bandwidth, 4096 * 512);
+  }
+}
+
+// Devices are numbered from 0 without gaps; one that cannot be opened ends the search too. Each
+// pass decodes the newest record of what it read, through close-on-exec descriptors.
+TEST(DdrMonitorTest, DevicesAndTheNewestRecordOfEachRead) {
+  FixtureTree tree;
+  for (int id : {0, 1, 3}) tree.Fifo("dev/ddrmonitor" + std::to_string(id));
+  auto monitor = std::make_unique<QeltDdrMonitor>(tree.paths());
+  ASSERT_EQ(monitor->Infos().size(), 2u);
+  const int fd = monitor->Infos().front()->fd;
+  EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  int writers[2];
+  for (int id : {0, 1}) {
+    writers[id] = open(tree.Path("dev/ddrmonitor" + std::to_string(id)).c_str(),
+                       O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  }
+  for (std::size_t count : {1, 2, 174}) {  // 174 records fill a default 64 KiB pipe
+    const std::vector<unsigned char> bytes = DdrRecords(count);
+    for (int w : writers) ASSERT_EQ(write(w, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    monitor->DoMonitor();
+  }
+  for (int w : writers) close(w);
+  ASSERT_EQ(Names(*monitor), (std::vector<std::string>{"ddr0", "ddr1"}));
+  const auto* item = Item<QeltDdrResourceItem>(*monitor, "ddr0");
+  EXPECT_EQ(item->count, 2u);
+  EXPECT_EQ(item->bandwidth.at("CPU").read, 174.0 * 1048576);
+  monitor.reset();
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+  tree.Remove("dev/ddrmonitor1");
+  tree.Mkdir("dev/ddrmonitor1");  // there, but cannot be opened read-write
+  EXPECT_EQ(QeltDdrMonitor(tree.paths()).Infos().size(), 1u);
+}
+
+double Seconds(clockid_t clock) {
+  timespec ts{};
+  clock_gettime(clock, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+// This machine's /proc/stat while a thread spins, until it has had half a second of CPU.
+TEST(LiveMachine, CpuSharesCoverABusyThread) {
+  CpuMonitor monitor;
+  std::atomic<bool> spin{true};
+  std::thread busy([&spin] {
+    while (spin.load(std::memory_order_relaxed)) {
+    }
+  });
+  clockid_t busy_clock;
+  ASSERT_EQ(pthread_getcpuclockid(busy.native_handle(), &busy_clock), 0);
+  const double cpu0 = Seconds(busy_clock), wall0 = Seconds(CLOCK_MONOTONIC);
+  monitor.DoMonitor();
+  for (int i = 0; i < 600 && Seconds(busy_clock) - cpu0 < 0.5; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  monitor.DoMonitor();
+  const double spun = Seconds(busy_clock) - cpu0, wall = Seconds(CLOCK_MONOTONIC) - wall0;
+  spin = false;
+  busy.join();
+  for (const auto& [name, base] : monitor.Items()) {
+    const auto& item = dynamic_cast<const CpuResourceItem&>(*base);
+    EXPECT_NEAR(item.user + item.nice + item.system + item.idle + item.iowait + item.irq +
+                    item.softirq + item.steal,
+                100.0, 1e-6)
+        << name;
+  }
+  const auto& total = *Item<CpuResourceItem>(monitor, "total");
+  const double cpus = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  ASSERT_GE(spun, 0.5) << "the thread hardly ran in 30 s";
+  EXPECT_GE((total.user + total.nice + total.system) / 100.0 * wall * cpus, 0.8 * spun);
+}
+
+// 20 MiB over a TCP connection on 127.0.0.1, one (fake) second between the samples.
+TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
+  NetworkMonitor monitor;
+  monitor.SetClock(&Now);
+  monitor.DoMonitor();
+  const long long bytes = 20LL << 20;
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof(addr);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), len), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len), 0);
+  const int sender = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(connect(sender, reinterpret_cast<sockaddr*>(&addr), len), 0);
+  const int receiver = accept(listener, nullptr, nullptr);
+  std::thread reader([receiver] {
+    char buffer[65536];
+    while (read(receiver, buffer, sizeof(buffer)) > 0) {
+    }
+  });
+  const std::string chunk(1 << 16, 's');
+  for (long long sent = 0; sent < bytes;) {
+    const ssize_t put = write(sender, chunk.data(), chunk.size());
+    if (put <= 0) break;
+    sent += put;
+  }
+  shutdown(sender, SHUT_WR);
+  reader.join();
+  for (int fd : {sender, receiver, listener}) close(fd);
+  g_now += 1000;
+  monitor.DoMonitor();
+  const auto* lo = Item<NetworkResourceItem>(monitor, "lo:");
+  if (lo == nullptr) GTEST_SKIP() << "no loopback interface";
+  // Headers and acknowledgements add well under a tenth.
+  for (double rate : {lo->tx_bandwidth, lo->rx_bandwidth}) {
+    EXPECT_GE(rate, bytes);
+    EXPECT_LE(rate, bytes * 1.1);
+  }
+}
+
+// 16 MiB written and synced in the temporary directory, where that is on a disk in diskstats.
+TEST(LiveMachine, ASyncedWriteShowsInItsMountsBandwidth) {
+  DiskMonitor monitor;
+  monitor.SetClock(&Now);
+  monitor.DoMonitor();
+  const std::string dir = std::filesystem::temp_directory_path().string();
+  struct stat dir_st;
+  ASSERT_EQ(stat(dir.c_str(), &dir_st), 0);
+  const std::string path = dir + "/zefo-disk-test-" + std::to_string(getpid());
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ASSERT_GE(fd, 0);
+  const std::string chunk(1 << 20, 'z');
+  for (int i = 0; i < 16; ++i) ASSERT_EQ(write(fd, chunk.data(), chunk.size()), ssize_t{1 << 20});
+  ASSERT_EQ(fsync(fd), 0);
+  close(fd);
+  unlink(path.c_str());
+  g_now += 1000;
+  monitor.DoMonitor();
+  for (const auto& [name, item] : monitor.Items()) {
+    struct stat st;
+    if (stat(name.c_str(), &st) == 0 && st.st_dev == dir_st.st_dev) {
+      // The figure is the bytes the device took in that second, ours and others'.
+      EXPECT_GE(dynamic_cast<DiskResourceItem*>(item)->written_bandwidth, 16.0 * (1 << 20));
+      return;
+    }
+  }
+  GTEST_SKIP() << dir << " is not on a disk listed in /proc/diskstats";
+}
+
+}  // namespace
+}  // namespace zefo
