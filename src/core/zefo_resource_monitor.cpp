@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "core/report_frame.h"
 #include "zefo/bpu_monitor.h"
 #include "zefo/cpu_monitor.h"
 #include "zefo/disk_monitor.h"
@@ -115,11 +116,9 @@ ResourceItem* ZefoResourceMonitor::GetResourceItem(ResourceMonitorType type,
 void ZefoResourceMonitor::PrintToStream(std::ostream& os) {
   {
     ZefoSpinGuard guard(thread->Spin());
-    os << "update time: " << thread->UpdateTime() << std::endl;
-    for (auto& entry : monitors) {
+    detail::WriteReportFrame(os, thread->UpdateTime(), monitors, [&os](const auto& entry) {
       for (auto& item : entry.second->Items()) item.second->PrintToStream(os);
-      os << "--------------------" << std::endl;
-    }
+    });
   }
   os << std::endl;
 }
