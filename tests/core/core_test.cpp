@@ -141,8 +141,10 @@ TEST(ResourceInfoTest, FirstSampleStoresLaterOnesUpdateAcrossGaps) {
     EXPECT_DOUBLE_EQ(item->elapsed, 6.0);
     info.Update(&items, "b", 1, 1000);
     info.Update(&items, "b", 2, 2000);
+    items.Insert("b", new CounterItem());  // replaces b's item, which goes at once
+    EXPECT_EQ(CounterItem::destroyed, 1);
   }
-  EXPECT_EQ(CounterItem::destroyed, 2);  // once each, with their container
+  EXPECT_EQ(CounterItem::destroyed, 3);  // the rest once each, with their container
 }
 
 struct LabelItem : ResourceItem {
