@@ -16,6 +16,7 @@
 #include "monitors/network_parse.h"
 #include "monitors/qeltddr_decode.h"
 #include "monitors/temperature_parse.h"
+#include "process/fd_count.h"
 #include "process/procinfo_parse.h"
 #include "zefo/procinfo_monitor.h"
 
@@ -255,10 +256,32 @@ void BM_ProcInfoUpdate(benchmark::State& st) {
     now += 2000;
     state.cpu.total += 200;
     for (const std::string& name : names) info.Update(&items, name, state, now);
+    items.StampTouched(static_cast<uint64_t>(now));
   }
   st.SetItemsProcessed(st.iterations() * count);
 }
 BENCHMARK(BM_ProcInfoUpdate)->Arg(400);
+
+// A process's descriptor count: one stat() of its fd directory, where the kernel gives the count
+// as the size (Linux 6.2 and later), against listing the directory. This process's own
+// directory stands in for another's.
+void BM_FdCountStat(benchmark::State& st) {
+  detail::FdSizeRule rule = detail::DetectFdSizeRule("/proc");
+  if (!rule.size_is_count) {
+    st.SkipWithError("this kernel does not give the count as the size");
+    return;
+  }
+  rule.lists_any = true;
+  const std::string dir = "/proc/self/fd";
+  for (auto _ : st) benchmark::DoNotOptimize(detail::FdCount(dir, rule, false));
+}
+BENCHMARK(BM_FdCountStat);
+
+void BM_FdCountList(benchmark::State& st) {
+  const std::string dir = "/proc/self/fd";
+  for (auto _ : st) benchmark::DoNotOptimize(detail::ListFdCount(dir));
+}
+BENCHMARK(BM_FdCountList);
 
 }  // namespace
 }  // namespace zefo

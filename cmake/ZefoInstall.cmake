@@ -40,3 +40,12 @@ configure_file(cmake/zefo_format.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zefo_format.p
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zefo_format.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
+if(TARGET zefo_record)
+install(TARGETS zefo_record EXPORT ZefoResourceMonitorTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+configure_file(cmake/zefo_record.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zefo_record.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zefo_record.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT dev)
+endif()

@@ -73,7 +73,13 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION
     "resource monitor for embedded Linux boards - command-line tool
 zefo-monitor prints the board's resource report (CPU, accelerator, disks,
 memory, network, temperatures, DDR bandwidth, processes) after every sampling
-pass, for the whole machine or for chosen processes.")
+pass, for the whole machine or for chosen processes.
+.
+The zefo-monitor service records every pass to /var/lib/zefo-monitor and
+serves metrics and a dashboard on 127.0.0.1:9464.")
+# The service: enabled and started on installation, stopped on removal.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/tools/postinst
+  ${PROJECT_SOURCE_DIR}/packaging/debian/tools/prerm ${PROJECT_SOURCE_DIR}/packaging/debian/tools/postrm)
 
 if(CMAKE_CROSSCOMPILING)
   # dpkg-shlibdeps knows only the build machine's libraries, so a cross build names its
@@ -126,12 +132,12 @@ foreach(_zefo_component runtime dev tools)
   install(FILES ${_zefo_deb_doc}/changelog.Debian.gz
     DESTINATION ${_zefo_dir} COMPONENT ${_zefo_component} OPTIONAL)
 endforeach()
-if(ZEFO_BUILD_TOOLS AND ZEFO_GZIP)
-  configure_file(${PROJECT_SOURCE_DIR}/packaging/zefo-monitor.1 ${_zefo_deb_doc}/zefo-monitor.1
-    COPYONLY)
-  execute_process(COMMAND ${ZEFO_GZIP} -9nf ${_zefo_deb_doc}/zefo-monitor.1)
-  install(FILES ${_zefo_deb_doc}/zefo-monitor.1.gz
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+# zefo-monitor's manual page and bash completion are written and installed by tools/.
+if(ZEFO_BUILD_TOOLS AND ZEFO_DEBIAN_DOCS AND TARGET zefo_record)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/zefo-monitor.service.in
+    ${_zefo_deb_doc}/zefo-monitor.service @ONLY)
+  install(FILES ${_zefo_deb_doc}/zefo-monitor.service
+    DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system COMPONENT tools)
 endif()
 
 include(CPack)

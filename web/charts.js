@@ -2,7 +2,7 @@
 // the chart when there is nothing to draw (no such device on the board, no second pass yet).
 import uPlot from 'uplot';
 
-import { clockTime, show } from './units.js';
+import { axisTime, clockTime, show } from './units.js';
 
 // Colours that stay apart on white, also for the usual kinds of colour blindness.
 const PALETTE = [
@@ -91,6 +91,7 @@ export class ChartPanel {
     if (this.plot === null || signature !== this.signature) {
       this.plot?.destroy();
       this.plot = new uPlot(this.options(series), data, this.chart);
+      this.chart.plot = this.plot;  // for the browser test, which measures the axis labels
       this.signature = signature;
     } else {
       this.plot.setData(data);
@@ -124,7 +125,15 @@ export class ChartPanel {
       width: this.width(),
       height: HEIGHT,
       cursor: { drag: { x: false, y: false } },
-      legend: { live: true },
+      // Read and write (receive and transmit) share a colour: the second is dashed, and its
+      // legend marker is a dashed hollow square where the first has a filled one.
+      legend: {
+        live: true,
+        markers: {
+          dash: (u, i) => (series[i - 1]?.dash ? 'dashed' : 'solid'),
+          fill: (u, i) => (series[i - 1]?.dash ? 'transparent' : series[i - 1]?.colour),
+        },
+      },
       scales: {
         x: { time: true },
         y: {
@@ -138,7 +147,15 @@ export class ChartPanel {
         },
       },
       axes: [
-        { stroke: '#667085', grid: { stroke: '#eef0f3' }, ticks: { stroke: '#e3e6eb' } },
+        {
+          stroke: '#667085',
+          grid: { stroke: '#eef0f3' },
+          ticks: { stroke: '#e3e6eb' },
+          // One line of 24-hour time per tick, at least 80 px apart so that "14:05:09" labels
+          // never touch.
+          space: 80,
+          values: (u, splits, axisIndex, space, step) => splits.map((t) => axisTime(t, step)),
+        },
         {
           stroke: '#667085',
           size: axisSize,

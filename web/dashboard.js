@@ -106,6 +106,7 @@ function readWrite(series, scale, group, name, figures) {
 }
 
 const mbps = UNITS.megabytesPerSecond.scale;
+const gbps = UNITS.gigabytesPerSecond.scale;
 const interfaceName = (s) => s.item.replace(/:$/, '');
 // The mount table writes a blank in a mount point as \040 (and tab, newline, backslash alike).
 const mountPoint = (s) =>
@@ -119,12 +120,12 @@ function panelDefinitions() {
     id: device ? `ddr-ports-${device}` : 'ddr-ports',
     title: device ? `DDR ${device} per port` : 'DDR per port',
     kind: 'ddr',
-    unit: UNITS.megabytesPerSecond,
+    unit: UNITS.gigabytesPerSecond,
     empty: 'This board has no DDR monitor devices.',
     series: () =>
       readWrite(
         pick((s) => s.kind === 'ddr' && s.item === device && s.part !== ''),
-        mbps,
+        gbps,
         (s) => s.part,
         (s) => s.part,
         ['read', 'write'],
@@ -186,12 +187,12 @@ function panelDefinitions() {
       id: 'ddr-devices',
       title: 'DDR per device',
       kind: 'ddr',
-      unit: UNITS.megabytesPerSecond,
+      unit: UNITS.gigabytesPerSecond,
       empty: 'This board has no DDR monitor devices.',
       series: () =>
         readWrite(
           pick((s) => s.kind === 'ddr' && s.part === ''),
-          mbps,
+          gbps,
           (s) => s.item,
           (s) => s.item,
           ['read', 'write'],

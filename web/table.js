@@ -98,6 +98,7 @@ export class ProcessTable {
       const tr = document.createElement('tr');
       for (const c of COLUMNS) {
         const td = document.createElement('td');
+        td.dataset.column = c.key;
         const v = c.get(p);
         // Names come from the board: always text, never markup.
         td.textContent = c.numeric ? (c.text ?? number)(v) : (v ?? '');

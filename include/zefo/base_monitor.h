@@ -1,12 +1,14 @@
 #ifndef ZEFO_BASE_MONITOR_H_
 #define ZEFO_BASE_MONITOR_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "zefo/kernel_paths.h"
 #include "zefo/zefo_export.h"
@@ -37,6 +39,10 @@ class ZEFO_EXPORT ResourceItem {
 
   /// Number of completed two-sample updates of this record.
   uint64_t count = 0;
+  /// The `update_time` of the pass that last rewrote this record (0 before that pass ended). A
+  /// record whose `update_time` equals the one `GetResourceInfo` reports was seen by the newest
+  /// pass; any other record is what an earlier pass left of a name that has since gone.
+  uint64_t update_time = 0;
 };
 
 /// A monitor's records by name, in byte-wise name order. Owns the items: they are deleted with
@@ -55,9 +61,27 @@ class ZEFO_EXPORT ResourceItems {
   ResourceItem* Find(const std::string& name) const;
   /// Stores `item` under `name` and takes ownership; an earlier item of that name is deleted.
   void Insert(const std::string& name, ResourceItem* item);
+  /// Deletes the item under `name`, if there is one.
+  void Erase(const std::string& name);
+
+  /// Notes that `item` (one of these items) was rewritten by the pass under way. Monitors that
+  /// write their records themselves, rather than through ResourceInfo::Update, call it too.
+  void Touch(ResourceItem* item) {
+    // A pass touches each item about once. A list far longer than the items means passes that
+    // nobody ended (a monitor driven without the aggregator): their marks are dropped.
+    if (touched_.size() >= 2 * items_.size() + 64) touched_.clear();
+    touched_.push_back(item);
+  }
+  /// Gives each item touched since the last call `update_time`, then empties the list.
+  void StampTouched(uint64_t update_time);
 
  private:
+  // Drops `item` from `touched_` before it is deleted (rare: a replaced or erased item).
+  void Untouch(const ResourceItem* item);
+
   Map items_;
+  // Items rewritten by the pass under way; its storage is kept from pass to pass.
+  std::vector<ResourceItem*> touched_;
 };
 
 /// The sample remembered for one name, and when (wall-clock milliseconds; 0 = never stored).
@@ -83,7 +107,8 @@ class ResourceInfo {
   virtual ~ResourceInfo() = default;
 
   /// Stores `current` as the sample of `name`; from the second sample of a name on, creates the
-  /// name's item if needed and fills it through `DoUpdate`. Never removes anything.
+  /// name's item if needed, fills it through `DoUpdate` and marks it touched (see
+  /// ResourceItems::Touch). Never removes anything.
   void Update(ResourceItems* items, const std::string& name, const State& current) {
     Update(items, name, current, WallClockMs());
   }
@@ -104,10 +129,29 @@ class ResourceInfo {
         const double elapsed = static_cast<double>(now_ms - entry.timestamp) * 0.001;
         DoUpdate(name, item, current, entry.state, elapsed);
         ++item->count;
+        items->Touch(item);
       }
     }
     entry.state = current;
     entry.timestamp = now_ms;
+  }
+
+  /// Drops the stored sample and the item of every name whose newest sample was taken before
+  /// `cutoff_ms` (on the clock the samples were stamped with). Update never calls it; it serves
+  /// monitors asked to forget names that have gone (BaseMonitor::Forget).
+  /// Returns how many names were forgotten.
+  std::size_t ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) {
+    std::size_t forgotten = 0;
+    for (auto it = states.begin(); it != states.end();) {
+      if (it->second.timestamp < cutoff_ms) {
+        items->Erase(it->first);
+        it = states.erase(it);
+        ++forgotten;
+      } else {
+        ++it;
+      }
+    }
+    return forgotten;
   }
 
   /// Fills `item` from two samples of `name` taken `elapsed` seconds apart.
@@ -139,6 +183,20 @@ class ZEFO_EXPORT BaseMonitor {
   ResourceMonitorType Type() const { return type_; }
   const ResourceItems::Map& Items() const { return items_->Items(); }
   const KernelPaths& Paths() const { return paths_; }
+
+  /// Ends a pass: the items rewritten in it take `update_time` (see ResourceItem::update_time).
+  /// Called by the sampling thread, under the aggregator's lock, after every monitor's DoMonitor.
+  void EndPass(uint64_t update_time) { items_->StampTouched(update_time); }
+
+  /// Forgets every name whose newest sample is more than `max_age_ms` old on this monitor's
+  /// clock: its stored sample and its item are deleted, so a name that comes back starts over
+  /// with a first sample. Only the aggregator's opt-in retention calls it. The default forgets
+  /// nothing, so a monitor that keeps its own records keeps them all. Returns how many names
+  /// were forgotten.
+  virtual std::size_t Forget(int64_t max_age_ms) {
+    (void)max_age_ms;
+    return 0;
+  }
 
   /// Replaces the wall clock used to time samples (tests and replays).
   void SetClock(ClockFn clock) { clock_ = clock; }

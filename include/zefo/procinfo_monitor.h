@@ -217,6 +217,8 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   /// One pass: the machine-wide samples, then every watched process. False only when the proc
   /// root cannot be listed.
   bool DoMonitor() override;
+  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
+  std::size_t Forget(int64_t max_age_ms) override;
 
   /// Bytes per statm page used for the mem* figures (defaults to the system's).
   void SetPageSize(int64_t page_size) { resource_info->SetPageSize(page_size); }
@@ -273,6 +275,13 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   ProcInfoState scratch_;
   // Set by DoMonitor when the proc root is a procfs mount; until then every file is checked.
   bool procfs_checked_ = false;
+  // Whether (and for which processes) an fd directory's size is its descriptor count; asked
+  // of the kernel once, at the first pass under a real procfs.
+  bool fd_rule_detected_ = false;
+  bool fd_size_is_count_ = false;
+  bool fd_lists_any_ = false;
+  unsigned int fd_euid_ = 0;
+  std::string own_pid_;
 };
 
 }  // namespace zefo

@@ -5,6 +5,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "core/file_reader.h"
@@ -31,8 +32,28 @@ ResourceItem* ResourceItems::Find(const std::string& name) const {
 
 void ResourceItems::Insert(const std::string& name, ResourceItem* item) {
   ResourceItem*& slot = items_[name];
-  if (slot != item) delete slot;
+  if (slot != item && slot != nullptr) {
+    Untouch(slot);
+    delete slot;
+  }
   slot = item;
+}
+
+void ResourceItems::Erase(const std::string& name) {
+  auto it = items_.find(name);
+  if (it == items_.end()) return;
+  Untouch(it->second);
+  delete it->second;
+  items_.erase(it);
+}
+
+void ResourceItems::StampTouched(uint64_t update_time) {
+  for (ResourceItem* item : touched_) item->update_time = update_time;
+  touched_.clear();
+}
+
+void ResourceItems::Untouch(const ResourceItem* item) {
+  touched_.erase(std::remove(touched_.begin(), touched_.end(), item), touched_.end());
 }
 
 std::list<std::string> SubElement(const std::string& dir,

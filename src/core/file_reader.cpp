@@ -51,7 +51,7 @@ constexpr std::size_t kChunk = 4096;
 }  // namespace
 
 ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks follow,
-                         FileKind kind) {
+                         FileKind kind, std::size_t max_bytes) {
   out.clear();
   int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   if (follow == FollowLinks::kNo) flags |= O_NOFOLLOW;
@@ -73,8 +73,8 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out, FollowLinks 
   // byte twice).
   char chunk[kChunk];
   std::size_t length = 0;
-  while (length < kMaxFileBytes) {
-    const std::size_t want = std::min(kChunk, kMaxFileBytes - length);
+  while (length < max_bytes) {
+    const std::size_t want = std::min(kChunk, max_bytes - length);
     const ssize_t got = ::read(file.get(), chunk, want);
     if (got < 0) {
       if (errno == EINTR) continue;

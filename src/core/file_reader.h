@@ -16,10 +16,14 @@ namespace detail {
 /// endless one planted where a kernel file should be — is cut at its last whole line within it.
 constexpr std::size_t kMaxFileBytes = 4u << 20;
 
+/// The most a process registration file (its name or its pid) may hold. Anyone may write
+/// there, for any process; a longer file is no registration.
+constexpr std::size_t kMaxRegistrationFileBytes = 4096;
+
 /// Why a read gave nothing, sorted by kind so tools can tell a missing source from a broken one.
 enum class ReadStatus {
   kOk,
-  kTruncated,   // the file was longer than kMaxFileBytes; whole lines up to the cap were kept
+  kTruncated,   // the file was longer than the cap; whole lines up to the cap were kept
   kMissing,     // no such file (or a component of the path is missing)
   kDenied,      // no permission
   kNotRegular,  // a FIFO, device, socket, directory, or a link where none is allowed
@@ -41,11 +45,12 @@ enum class FileKind {
 
 /// Reads a whole regular file into `out` (replacing its contents). Opens non-blocking and
 /// close-on-exec, refuses anything but a regular file, loops over short reads and EINTR until
-/// end of file, and stops at kMaxFileBytes. With FollowLinks::kNo a symbolic link at the last
-/// component is refused.
+/// end of file, and stops at `max_bytes` (kMaxFileBytes unless the caller knows its file is
+/// smaller). With FollowLinks::kNo a symbolic link at the last component is refused.
 ReadStatus ReadWholeFile(const std::string& path, std::string& out,
                          FollowLinks follow = FollowLinks::kYes,
-                         FileKind kind = FileKind::kCheckRegular);
+                         FileKind kind = FileKind::kCheckRegular,
+                         std::size_t max_bytes = kMaxFileBytes);
 
 /// Whether `dir` is the root of a procfs mount (statfs says so; symbolic links followed).
 bool IsProcfsMount(const std::string& dir);

@@ -1,5 +1,11 @@
 #include "zefo/zefo_resource_monitor.h"
 
+#include <time.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+#include <chrono>
 #include <iostream>
 
 #include "core/report_frame.h"
@@ -28,19 +34,96 @@ MonitorThread::~MonitorThread() {
   delete spin;
 }
 
+namespace {
+
+double Seconds(clockid_t clock) {
+  struct timespec now;
+  clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// A pass that forgot at least this many names hands the freed memory back to the system.
+constexpr std::size_t kForgottenBeforeTrim = 64;
+
+// The C library keeps freed memory for reuse, so after many short-lived processes are forgotten
+// the monitor would stay at the size of its busiest minute; glibc can return the free pages.
+void ReturnFreedMemory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
+// Adds the time and the CPU time since `wall`/`cpu` to `cost`.
+void Charge(MonitorPassCost& cost, double wall, double cpu) {
+  cost.wall_seconds += Seconds(CLOCK_MONOTONIC) - wall;
+  cost.cpu_seconds += Seconds(CLOCK_THREAD_CPUTIME_ID) - cpu;
+}
+
+}  // namespace
+
 void MonitorThread::do_run() {
   while (is_running()) {
+    uint64_t ended = 0;
+    std::size_t forgotten = 0;
     {
       ZefoSpinGuard guard(spin);
-      for (auto& entry : *monitors) entry.second->DoMonitor();
+      // The monitors are fixed once sampling runs: the list is sized by the first pass only.
+      costs.resize(monitors->size());
+      std::size_t index = 0;
+      for (auto& entry : *monitors) {
+        MonitorPassCost& cost = costs[index++];
+        cost = MonitorPassCost{entry.first, 0, 0};
+        const double wall = Seconds(CLOCK_MONOTONIC);
+        const double cpu = Seconds(CLOCK_THREAD_CPUTIME_ID);
+        entry.second->DoMonitor();
+        Charge(cost, wall, cpu);
+      }
       update_time = static_cast<uint64_t>(WallClockMs());
+      index = 0;
+      for (auto& entry : *monitors) {
+        entry.second->EndPass(update_time);
+        if (forget_after_ms > 0) {
+          const double wall = Seconds(CLOCK_MONOTONIC);
+          const double cpu = Seconds(CLOCK_THREAD_CPUTIME_ID);
+          forgotten += entry.second->Forget(forget_after_ms);
+          Charge(costs[index], wall, cpu);
+        }
+        ++index;
+      }
+      ended = update_time;
     }
+    if (forgotten >= kForgottenBeforeTrim) ReturnFreedMemory();
+    {
+      std::lock_guard<std::mutex> lock(wait_mutex);
+      published_time = ended;
+    }
+    pass_ended.notify_all();
     timer->start(static_cast<long>(period));
   }
 }
 
 void MonitorThread::do_stop() {
   timer->stop();
+}
+
+void MonitorThread::SetForgetAfter(int64_t max_age_ms) {
+  ZefoSpinGuard guard(spin);
+  forget_after_ms = max_age_ms > 0 ? max_age_ms : 0;
+}
+
+uint64_t MonitorThread::WaitForUpdate(uint64_t after, int timeout_ms) {
+  std::unique_lock<std::mutex> lock(wait_mutex);
+  pass_ended.wait_for(lock, std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0),
+                      [&] { return stop_waiting || published_time != after; });
+  return published_time;
+}
+
+void MonitorThread::StopWaiting() {
+  {
+    std::lock_guard<std::mutex> lock(wait_mutex);
+    stop_waiting = true;
+  }
+  pass_ended.notify_all();
 }
 
 ZefoResourceMonitor::ZefoResourceMonitor(int period) : ZefoResourceMonitor(period, KernelPaths()) {}
@@ -113,6 +196,24 @@ ResourceItem* ZefoResourceMonitor::GetResourceItem(ResourceMonitorType type,
   return item == monitor->second->Items().end() ? nullptr : item->second;
 }
 
+void ZefoResourceMonitor::SetForgetAfter(int64_t max_age_ms) {
+  thread->SetForgetAfter(max_age_ms);
+}
+
+uint64_t ZefoResourceMonitor::WaitForUpdate(uint64_t after, int timeout_ms) {
+  return thread->WaitForUpdate(after, timeout_ms);
+}
+
+void ZefoResourceMonitor::StopWaiting() {
+  thread->StopWaiting();
+}
+
+uint64_t ZefoResourceMonitor::GetPassCosts(std::vector<MonitorPassCost>& costs) {
+  ZefoSpinGuard guard(thread->Spin());
+  costs = thread->PassCosts();
+  return thread->UpdateTime();
+}
+
 void ZefoResourceMonitor::PrintToStream(std::ostream& os) {
   {
     ZefoSpinGuard guard(thread->Spin());
@@ -166,6 +267,22 @@ void ZefoResourceMonitorApi::PrintToStream(std::ostream& os) {
 
 void ZefoResourceMonitorApi::Print() {
   impl->Print();
+}
+
+void ZefoResourceMonitorApi::SetForgetAfter(int64_t max_age_ms) {
+  impl->SetForgetAfter(max_age_ms);
+}
+
+uint64_t ZefoResourceMonitorApi::WaitForUpdate(uint64_t after, int timeout_ms) {
+  return impl->WaitForUpdate(after, timeout_ms);
+}
+
+void ZefoResourceMonitorApi::StopWaiting() {
+  impl->StopWaiting();
+}
+
+uint64_t ZefoResourceMonitorApi::GetPassCosts(std::vector<MonitorPassCost>& costs) {
+  return impl->GetPassCosts(costs);
 }
 
 }  // namespace zefo

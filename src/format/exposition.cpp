@@ -308,6 +308,14 @@ std::vector<Family> Families(const Snapshot& pass, const FormatOptions& options)
   Put(b.Gauge("zefo_update_time_seconds", "seconds",
               "End of the sampling pass, in seconds since the Unix epoch."),
       {}, static_cast<double>(pass.update_time) / 1000.0);
+  Family& wall = b.Gauge("zefo_monitor_pass_seconds", "seconds",
+                         "Time the monitor took in the sampling pass.");
+  Family& cpu = b.Gauge("zefo_monitor_pass_cpu_seconds", "seconds",
+                        "CPU time the sampling thread spent in the monitor in the pass.");
+  for (const MonitorPassCost& cost : pass.costs) {
+    Put(wall, {{"monitor", KindName(cost.type)}}, cost.wall_seconds);
+    Put(cpu, {{"monitor", KindName(cost.type)}}, cost.cpu_seconds);
+  }
   Cpu(pass, b);
   Bpu(pass, b);
   Disk(pass, b);

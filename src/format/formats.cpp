@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "core/report_frame.h"
+#include "format/text.h"
 
 namespace zefo::format {
 
@@ -56,6 +57,10 @@ const char* ContentType(Format format) {
   return "application/octet-stream";
 }
 
+std::string EscapeForTerminal(std::string_view text) {
+  return detail::EscapeControls(text, true);
+}
+
 std::string FormatPass(const Snapshot& pass, Format format, const FormatOptions& options) {
   switch (format) {
     case Format::kReport:
@@ -74,7 +79,7 @@ std::string FormatPass(const Snapshot& pass, Format format, const FormatOptions&
 
 std::string FormatReport(const Snapshot& pass) {
   std::ostringstream os;
-  detail::WriteReportFrame(os, pass.update_time, pass.kinds, [&](ResourceMonitorType type) {
+  zefo::detail::WriteReportFrame(os, pass.update_time, pass.kinds, [&](ResourceMonitorType type) {
     switch (type) {
       case Cpu:
         return PrintItems(os, pass.cpu);

@@ -16,13 +16,34 @@ Json Real(double value) {
   return std::isfinite(value) ? Json(value) : Json(nullptr);
 }
 
+// The library presets a figure it could not read to -1; JSON says it does not know.
+Json Known(long long value) {
+  return value >= 0 ? Json(value) : Json(nullptr);
+}
+
+// The kernel ends a command line in a NUL, which the library keeps; it is no part of the text.
+std::string_view CommandLine(const std::string& cmd_line) {
+  std::string_view text(cmd_line);
+  if (!text.empty() && text.back() == '\0') text.remove_suffix(1);
+  return text;
+}
+
 Json ToJson(const CpuResourceItem& i) {
-  return Json{
-      {"count", i.count},         {"label", i.label},         {"user", Real(i.user)},
-      {"nice", Real(i.nice)},     {"system", Real(i.system)}, {"idle", Real(i.idle)},
-      {"iowait", Real(i.iowait)}, {"irq", Real(i.irq)},       {"softirq", Real(i.softirq)},
-      {"steal", Real(i.steal)},   {"guest", Real(i.guest)},   {"guest_nice", Real(i.guest_nice)},
-      {"min_freq", i.min_freq},   {"max_freq", i.max_freq},   {"cur_freq", i.cur_freq}};
+  return Json{{"count", i.count},
+              {"label", i.label},
+              {"user", Real(i.user)},
+              {"nice", Real(i.nice)},
+              {"system", Real(i.system)},
+              {"idle", Real(i.idle)},
+              {"iowait", Real(i.iowait)},
+              {"irq", Real(i.irq)},
+              {"softirq", Real(i.softirq)},
+              {"steal", Real(i.steal)},
+              {"guest", Real(i.guest)},
+              {"guest_nice", Real(i.guest_nice)},
+              {"min_freq", Known(i.min_freq)},
+              {"max_freq", Known(i.max_freq)},
+              {"cur_freq", Known(i.cur_freq)}};
 }
 
 Json ToJson(const BpuResourceItem& i) {
@@ -44,16 +65,17 @@ Json ToJson(const DiskResourceItem& i) {
 
 Json ToJson(const MemoryResourceItem& i) {
   return Json{{"count", i.count},
-              {"total", i.total},
-              {"free", i.free},
-              {"shared", i.shared},
-              {"buffers", i.buffers},
-              {"cached", i.cached},
-              {"shmem", i.shmem},
-              {"sreclaimable", i.sreclaimable},
-              {"swap_total", i.swap_total},
-              {"swap_free", i.swap_free},
-              {"used_percent", Real(i.used_percent)}};
+              {"total", Known(i.total)},
+              {"free", Known(i.free)},
+              {"shared", Known(i.shared)},
+              {"buffers", Known(i.buffers)},
+              {"cached", Known(i.cached)},
+              {"shmem", Known(i.shmem)},
+              {"sreclaimable", Known(i.sreclaimable)},
+              {"swap_total", Known(i.swap_total)},
+              {"swap_free", Known(i.swap_free)},
+              // Without a total (no meminfo) the share is the library's arithmetic on -1s.
+              {"used_percent", i.total > 0 ? Real(i.used_percent) : Json(nullptr)}};
 }
 
 Json ToJson(const NetworkResourceItem& i) {
@@ -90,7 +112,7 @@ Json ToJson(const ProcInfoResourceItem& i) {
   return Json{{"count", i.count},
               {"name", i.name},
               {"zefo_name", i.zefo_name},
-              {"cmd_line", i.cmd_line},
+              {"cmd_line", CommandLine(i.cmd_line)},
               {"pid", i.pid},
               {"state", i.state},
               {"cpu_core", i.cpu_core},
@@ -164,6 +186,14 @@ std::string FormatJson(const Snapshot& pass) {
         out[kind] = Items(pass.process);
         break;
     }
+  }
+  if (!pass.costs.empty()) {
+    Json costs = Json::object();
+    for (const MonitorPassCost& cost : pass.costs) {
+      costs[KindName(cost.type)] = {{"wall_seconds", Real(cost.wall_seconds)},
+                                    {"cpu_seconds", Real(cost.cpu_seconds)}};
+    }
+    out["pass_cost"] = std::move(costs);
   }
   // Kernel strings are bytes: a process may name itself with anything. Bad UTF-8 becomes
   // U+FFFD instead of an exception, so every line is valid JSON.

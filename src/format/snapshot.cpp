@@ -1,29 +1,99 @@
 #include "zefo/format/snapshot.h"
 
 #include <climits>
+#include <iterator>
 
+#include "format/text.h"
 #include "zefo/zefo_resource_monitor.h"
 
 namespace zefo::format {
 
 namespace {
 
+// Keeps every item, or only those the pass ending at `live` rewrote.
+struct Keep {
+  bool all = true;
+  unsigned long live = 0;
+  bool operator()(const ResourceItem& item) const {
+    return all || static_cast<unsigned long>(item.update_time) == live;
+  }
+};
+
 template <typename Item>
-void CopyItems(const std::map<std::string, ResourceItem*>& items,
+void CopyItems(const std::map<std::string, ResourceItem*>& items, Keep keep,
                std::map<std::string, Item>& into) {
   for (const auto& [name, item] : items) {
-    if (const auto* typed = dynamic_cast<const Item*>(item)) into.insert_or_assign(name, *typed);
+    const auto* typed = dynamic_cast<const Item*>(item);
+    if (typed != nullptr && keep(*typed)) into.insert_or_assign(name, *typed);
+  }
+}
+
+// A process's registered name and command line come from files other users write; a copy is
+// cut to a bounded size so that no output grows with them.
+void Cut(std::string& text, std::size_t max_bytes) {
+  if (text.size() > max_bytes) std::string(detail::CutUtf8(text, max_bytes)).swap(text);
+}
+
+void CopyProcesses(const std::map<std::string, ResourceItem*>& items, Keep keep,
+                   std::map<std::string, ProcInfoResourceItem>& into) {
+  for (const auto& [name, item] : items) {
+    const auto* typed = dynamic_cast<const ProcInfoResourceItem*>(item);
+    if (typed == nullptr || !keep(*typed)) continue;
+    ProcInfoResourceItem& copy = into.insert_or_assign(name, *typed).first->second;
+    Cut(copy.zefo_name, kMaxRegisteredNameBytes);
+    Cut(copy.cmd_line, kMaxCommandLineBytes);
+  }
+}
+
+void AddItems(Snapshot& pass, ResourceMonitorType type,
+              const std::map<std::string, ResourceItem*>& items, Keep keep) {
+  pass.kinds.push_back(type);
+  switch (type) {
+    case Cpu:
+      CopyItems(items, keep, pass.cpu);
+      break;
+    case Bpu:
+      CopyItems(items, keep, pass.bpu);
+      break;
+    case Disk:
+      CopyItems(items, keep, pass.disk);
+      break;
+    case Memory:
+      CopyItems(items, keep, pass.memory);
+      break;
+    case Network:
+      CopyItems(items, keep, pass.network);
+      break;
+    case Temperature:
+      CopyItems(items, keep, pass.temperature);
+      break;
+    case QeltDdr:
+      CopyItems(items, keep, pass.ddr);
+      break;
+    case ProcInfo:
+      CopyProcesses(items, keep, pass.process);
+      break;
+  }
+}
+
+template <typename Item>
+void DropStaleItems(uint64_t live, std::map<std::string, Item>& items) {
+  for (auto it = items.begin(); it != items.end();) {
+    it = it->second.update_time == live ? std::next(it) : items.erase(it);
   }
 }
 
 template <typename Monitor>
-Snapshot Take(Monitor& monitor) {
+Snapshot Take(Monitor& monitor, SnapshotScope scope) {
   Snapshot pass;
   unsigned long update_time = 0;
-  monitor.GetResourceInfo(update_time, [&pass](ResourceMonitorType type,
-                                               const std::map<std::string, ResourceItem*>& items) {
-    pass.Add(type, items);
-  });
+  // The callbacks run after `update_time` is set, inside the same sweep.
+  monitor.GetResourceInfo(
+      update_time, [&pass, &update_time, scope](ResourceMonitorType type,
+                                                const std::map<std::string, ResourceItem*>& items) {
+        AddItems(pass, type, items, Keep{scope == SnapshotScope::kAll, update_time});
+      });
+  monitor.GetPassCosts(pass.costs);
   // Where `unsigned long` has 32 bits it carries only the low bits of the time; the 64-bit
   // clock read just after supplies the rest (the two lie far less than 2^32 ms apart).
   const uint64_t whole = monitor.GetUpdateTime();
@@ -36,41 +106,32 @@ Snapshot Take(Monitor& monitor) {
 }  // namespace
 
 void Snapshot::Add(ResourceMonitorType type, const std::map<std::string, ResourceItem*>& items) {
-  kinds.push_back(type);
-  switch (type) {
-    case Cpu:
-      CopyItems(items, cpu);
-      break;
-    case Bpu:
-      CopyItems(items, bpu);
-      break;
-    case Disk:
-      CopyItems(items, disk);
-      break;
-    case Memory:
-      CopyItems(items, memory);
-      break;
-    case Network:
-      CopyItems(items, network);
-      break;
-    case Temperature:
-      CopyItems(items, temperature);
-      break;
-    case QeltDdr:
-      CopyItems(items, ddr);
-      break;
-    case ProcInfo:
-      CopyItems(items, process);
-      break;
-  }
+  AddItems(*this, type, items, Keep{});
 }
 
-Snapshot TakeSnapshot(ZefoResourceMonitorApi& monitor) {
-  return Take(monitor);
+void Snapshot::AddLive(ResourceMonitorType type, const std::map<std::string, ResourceItem*>& items,
+                       unsigned long live_time) {
+  AddItems(*this, type, items, Keep{false, live_time});
 }
 
-Snapshot TakeSnapshot(ZefoResourceMonitor& monitor) {
-  return Take(monitor);
+Snapshot TakeSnapshot(ZefoResourceMonitorApi& monitor, SnapshotScope scope) {
+  return Take(monitor, scope);
+}
+
+Snapshot TakeSnapshot(ZefoResourceMonitor& monitor, SnapshotScope scope) {
+  return Take(monitor, scope);
+}
+
+void DropStale(Snapshot& pass) {
+  const uint64_t live = pass.update_time;
+  DropStaleItems(live, pass.cpu);
+  DropStaleItems(live, pass.bpu);
+  DropStaleItems(live, pass.disk);
+  DropStaleItems(live, pass.memory);
+  DropStaleItems(live, pass.network);
+  DropStaleItems(live, pass.temperature);
+  DropStaleItems(live, pass.ddr);
+  DropStaleItems(live, pass.process);
 }
 
 const char* KindName(ResourceMonitorType type) {

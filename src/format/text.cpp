@@ -1,7 +1,10 @@
 #include "format/text.h"
+#include "zefo/format/formats.h"
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
+#include <utility>
 
 namespace zefo::format::detail {
 
@@ -61,9 +64,41 @@ std::string ValidUtf8(std::string_view text) {
 
 std::string_view CutUtf8(std::string_view text, std::size_t max_bytes) {
   if (text.size() <= max_bytes) return text;
+  // A character has at most three continuation bytes; further back it is not UTF-8 anyway.
   std::size_t end = max_bytes;
-  while (end > 0 && Continuation(static_cast<unsigned char>(text[end]))) --end;
+  while (end > 0 && max_bytes - end < 3 && Continuation(static_cast<unsigned char>(text[end]))) {
+    --end;
+  }
+  if (Continuation(static_cast<unsigned char>(text[end]))) end = max_bytes;
   return text.substr(0, end);
+}
+
+std::string EscapeControls(std::string_view text, bool keep_newlines) {
+  static const char kHex[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  const auto escape = [&out](const char* prefix, unsigned char value) {
+    out += prefix;
+    out += kHex[value >> 4];
+    out += kHex[value & 0xF];
+  };
+  while (!text.empty()) {
+    const auto byte = static_cast<unsigned char>(text[0]);
+    const std::size_t length = SequenceLength(text);
+    if (length == 0) {
+      escape("\\x", byte);  // not UTF-8: raw C1 bytes such as 0x9b land here
+    } else if (length == 2 && byte == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0) {
+      escape("\\u00", static_cast<unsigned char>(text[1]));  // U+0080-U+009F
+    } else if (byte == '\\') {
+      out += "\\\\";
+    } else if ((byte < 0x20 && !(keep_newlines && byte == '\n')) || byte == 0x7F) {
+      escape("\\x", byte);
+    } else {
+      out.append(text.substr(0, length));
+    }
+    text.remove_prefix(length == 0 ? 1 : length);
+  }
+  return out;
 }
 
 std::string Number(double value) {
@@ -79,3 +114,18 @@ std::string Number(double value) {
 }
 
 }  // namespace zefo::format::detail
+
+namespace zefo::format {
+
+bool NaturalLess(const std::string& a, const std::string& b) {
+  const auto split = [](const std::string& s) {
+    std::size_t digits = s.size();
+    while (digits > 0 && s[digits - 1] >= '0' && s[digits - 1] <= '9') --digits;
+    const bool has_number = digits < s.size() && s.size() - digits < 19;
+    return std::make_pair(s.substr(0, digits),
+                          has_number ? std::strtoll(s.c_str() + digits, nullptr, 10) : -1LL);
+  };
+  return split(a) < split(b);
+}
+
+}  // namespace zefo::format

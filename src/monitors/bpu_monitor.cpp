@@ -89,4 +89,8 @@ bool BpuMonitor::DoMonitor() {
   return true;
 }
 
+std::size_t BpuMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

@@ -119,4 +119,8 @@ void CpuMonitor::GetCpuFreq(const std::string& name, CpuState& state) const {
   read("cpuinfo_cur_freq", state.cur_freq);
 }
 
+std::size_t CpuMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

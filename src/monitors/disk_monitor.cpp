@@ -138,4 +138,8 @@ bool DiskMonitor::DoMonitor() {
   return true;
 }
 
+std::size_t DiskMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

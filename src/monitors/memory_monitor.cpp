@@ -60,4 +60,8 @@ bool MemoryMonitor::DoMonitor() {
   return true;
 }
 
+std::size_t MemoryMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

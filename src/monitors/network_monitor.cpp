@@ -49,4 +49,8 @@ bool NetworkMonitor::DoMonitor() {
   return line_number >= 2;
 }
 
+std::size_t NetworkMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

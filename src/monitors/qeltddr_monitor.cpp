@@ -126,4 +126,8 @@ bool QeltDdrMonitor::DoMonitor() {
   return true;
 }
 
+std::size_t QeltDdrMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

@@ -81,4 +81,8 @@ bool TemperatureMonitor::DoMonitor() {
   return ForEachZone(dir_, zone_, [this](const std::string& zone) { ReadTemperatureValue(zone); });
 }
 
+std::size_t TemperatureMonitor::Forget(int64_t max_age_ms) {
+  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
+}
+
 }  // namespace zefo

@@ -9,6 +9,7 @@
 #include "core/counter_math.h"
 #include "core/file_reader.h"
 #include "core/path_join.h"
+#include "process/fd_count.h"
 #include "process/procinfo_parse.h"
 #include "zefo/zefo_utils.h"
 
@@ -202,6 +203,14 @@ const std::string& ProcInfoMonitor::ProcFile(const std::string& pid, const char*
 bool ProcInfoMonitor::DoMonitor() {
   // Once a pass, one statfs: is the proc root a real procfs (see ReadProcFile)?
   procfs_checked_ = detail::IsProcfsMount(Paths().procfs);
+  if (procfs_checked_ && !fd_rule_detected_) {
+    const detail::FdSizeRule rule = detail::DetectFdSizeRule(Paths().procfs);
+    fd_size_is_count_ = rule.size_is_count;
+    fd_lists_any_ = rule.lists_any;
+    fd_euid_ = rule.euid;
+    own_pid_ = std::to_string(getpid());
+    fd_rule_detected_ = true;
+  }
   // Both samples stay zero if their file cannot be read; the pass goes on regardless.
   ProcInfoCpuState cpu;
   ProcInfoUptimeState uptime;
@@ -270,14 +279,22 @@ bool ProcInfoMonitor::GetZefoName(const std::string& pid, ProcInfoState& state) 
   // Any user may write under the registration directory, so a link planted at either file is
   // not followed, and only a regular file is read (never a FIFO or a device). The pid file is
   // read first: without a match there the name file does not matter.
+  // A name is a name: a registration file is read no further than one page, and one that goes
+  // on past it registers nothing.
+  const auto read = [this](std::string& into) {
+    if (detail::ReadWholeFile(reg_path_, into, detail::FollowLinks::kNo,
+                              detail::FileKind::kCheckRegular,
+                              detail::kMaxRegistrationFileBytes) != detail::ReadStatus::kOk) {
+      into.clear();
+    }
+  };
   detail::AssignJoined(reg_path_, Paths().regdir, pid);
   reg_path_ += "/pid";
-  if (!ReadText(reg_path_, text2_, false) || !detail::RegisteredPidMatches(text2_, pid)) {
-    return true;
-  }
+  read(text2_);
+  if (!detail::RegisteredPidMatches(text2_, pid)) return true;
   reg_path_.resize(reg_path_.size() - 3);
   reg_path_ += "name";
-  ReadText(reg_path_, text_, false);
+  read(text_);
   detail::ParseRegistration(text_, text2_, pid, state.zefo_name);
   return true;
 }
@@ -295,14 +312,19 @@ bool ProcInfoMonitor::GetStatus(const std::string& pid, ProcInfoState& state) {
 }
 
 bool ProcInfoMonitor::GetFd(const std::string& pid, ProcInfoState& state) {
-  // One entry per open descriptor; another user's process cannot be listed and counts 0.
-  state.fd_count = 0;
-  DIR* dir = opendir(ProcFile(pid, "fd").c_str());
-  if (dir == nullptr) return true;
-  while (const struct dirent* entry = readdir(dir)) {
-    if (entry->d_name[0] != '.') ++state.fd_count;
+  // One entry per open descriptor; another user's process cannot be listed and counts 0. Under a
+  // real procfs on a kernel that gives the count as the directory's size, one stat() does
+  // (see fd_count.h); a saved tree is always listed.
+  const std::string& dir = ProcFile(pid, "fd");
+  if (procfs_checked_) {
+    detail::FdSizeRule rule;
+    rule.size_is_count = fd_size_is_count_;
+    rule.lists_any = fd_lists_any_;
+    rule.euid = static_cast<uid_t>(fd_euid_);
+    state.fd_count = detail::FdCount(dir, rule, pid == own_pid_);
+  } else {
+    state.fd_count = detail::ListFdCount(dir);
   }
-  closedir(dir);
   return true;
 }
 
@@ -317,6 +339,10 @@ bool ProcInfoMonitor::GetNet(const std::string& pid, ProcInfoState& state) {
   ReadText(ProcFile(pid, "net/dev"), text_);
   detail::ParseNetDev(text_, net_format, state.net);
   return true;
+}
+
+std::size_t ProcInfoMonitor::Forget(int64_t max_age_ms) {
+  return resource_info->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

@@ -3,7 +3,9 @@
 # node_exporter (textfile collector only) and serving /metrics itself, and a real Prometheus
 # server scraping both every second. Passes when the server holds series of every zefo_ metric
 # through both paths, every kind of figure among them, and the total memory it stored equals
-# the machine's MemTotal. Installs prometheus and prometheus-node-exporter when missing (they
+# the machine's MemTotal; and when a second zefo-monitor, serving over TLS with basic auth from a
+# web configuration file, is scraped with the right password, a wrong one gets 401 and plain
+# HTTP to its TLS port fails. Installs prometheus and prometheus-node-exporter when missing (they
 # are large, hence not in scripts/bootstrap). Everything it starts is stopped on exit.
 #
 #   tests/e2e/prometheus_e2e.sh [BUILD_DIR]     (default build/debug)
@@ -52,10 +54,10 @@ for port in 9090 9100; do
   fi
 done
 
-# Three free loopback ports: bound to port 0, read back, released.
-read -r prom_port node_port zefo_port < <(python3 -c '
+# Four free loopback ports: bound to port 0, read back, released.
+read -r prom_port node_port zefo_port tls_port < <(python3 -c '
 import socket
-socks = [socket.socket() for _ in range(3)]
+socks = [socket.socket() for _ in range(4)]
 for s in socks:
     s.bind(("127.0.0.1", 0))
 print(*(s.getsockname()[1] for s in socks))')
@@ -92,19 +94,48 @@ mkdir "$work/textfile"
   --format openmetrics --output "$work/textfile/zefo.prom" \
   --listen "127.0.0.1:$zefo_port" 2>"$work/zefo.err" &
 pids+=($!)
+# The guarded endpoint: a certificate for 127.0.0.1 made here, and a bcrypt hash of the password.
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 \
+  -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout "$work/board.key" \
+  -out "$work/board.crt" 2>/dev/null
+hash=$(python3 -W ignore -c 'import crypt; print(crypt.crypt("right", crypt.mksalt(crypt.METHOD_BLOWFISH)))')
+cat >"$work/web.yml" <<YAML
+tls_server_config:
+  cert_file: board.crt
+  key_file: board.key
+basic_auth_users:
+  prometheus: '$hash'
+YAML
+mkdir "$work/nosys"
+# It watches only this script's shell, so that its scrapes stay small.
+"$monitor" --sysfs "$work/nosys" --pid $$ --period 500 --listen "127.0.0.1:$tls_port" \
+  --web-config "$work/web.yml" 2>"$work/zefo-tls.err" &
+pids+=($!)
 "$node_exporter" --collector.disable-defaults --collector.textfile \
   --collector.textfile.directory="$work/textfile" \
   --web.listen-address="127.0.0.1:$node_port" >"$work/node.log" 2>&1 &
 pids+=($!)
 cat >"$work/prometheus.yml" <<YAML
 global:
-  scrape_interval: 1s
-  scrape_timeout: 1s
+  scrape_interval: 2s
+  scrape_timeout: 2s
 scrape_configs:
   - job_name: zefo
     static_configs: [{targets: ["127.0.0.1:$zefo_port"]}]
   - job_name: node
     static_configs: [{targets: ["127.0.0.1:$node_port"]}]
+  - job_name: tls
+    scheme: https
+    tls_config: {ca_file: "$work/board.crt"}
+    basic_auth: {username: prometheus, password: right}
+    static_configs: [{targets: ["127.0.0.1:$tls_port"]}]
+  - job_name: tls_wrong_password
+    scheme: https
+    tls_config: {ca_file: "$work/board.crt"}
+    basic_auth: {username: prometheus, password: wrong}
+    static_configs: [{targets: ["127.0.0.1:$tls_port"]}]
+  - job_name: tls_plain_http
+    static_configs: [{targets: ["127.0.0.1:$tls_port"]}]
 YAML
 "$prometheus" --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/tsdb" \
   --web.listen-address="127.0.0.1:$prom_port" >"$work/prometheus.log" 2>&1 &
@@ -135,10 +166,18 @@ def mem_total():
 def check():
     problems = []
     up = {r["metric"]["job"]: r["value"][1] for r in query("up")}
-    if up != {"zefo": "1", "node": "1"}:
-        return ["targets not both up: %s" % up]
+    expected = {"zefo": "1", "node": "1", "tls": "1", "tls_wrong_password": "0",
+                "tls_plain_http": "0"}
+    if up != expected:
+        return ["targets up: %s, not %s" % (up, expected)]
+    errors = {t["labels"]["job"]: t["lastError"] for t in get("/api/v1/targets")["activeTargets"]}
+    if "401" not in errors["tls_wrong_password"]:
+        return ["a wrong password got: %s" % errors["tls_wrong_password"]]
+    if "zefo_update_time_seconds" not in [r["metric"]["__name__"] for r in
+                                          query('{job="tls",__name__="zefo_update_time_seconds"}')]:
+        return ["no zefo_update_time_seconds scraped over TLS"]
     names = {"zefo": set(), "node": set()}
-    for r in query('count by (__name__, job) ({__name__=~"zefo_.+"})'):
+    for r in query('count by (__name__, job) ({__name__=~"zefo_.+",job=~"zefo|node"})'):
         names[r["metric"]["job"]].add(r["metric"]["__name__"])
     if names["zefo"] != names["node"]:
         problems.append("only through /metrics: %s; only through the textfile: %s" % (
@@ -167,7 +206,9 @@ while time.monotonic() < deadline:
             problems, names = result
             if not problems:
                 print("e2e: %d zefo_ metric names through /metrics and through node_exporter; "
-                      "memory total %d bytes in both" % (len(names["zefo"]), mem_total()))
+                      "memory total %d bytes in both; scraped over TLS with basic auth, a "
+                      "wrong password gets 401, plain HTTP fails" % (len(names["zefo"]),
+                                                                     mem_total()))
                 sys.exit(0)
         else:
             problems = result
@@ -179,7 +220,7 @@ for problem in problems:
 sys.exit(1)
 PY
 if ((status != 0)); then
-  for log in zefo.err node.log prometheus.log; do
+  for log in zefo.err zefo-tls.err node.log prometheus.log; do
     echo "--- $log (last lines)" >&2
     tail -n 15 "$work/$log" >&2 || true
   done

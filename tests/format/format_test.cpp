@@ -24,7 +24,20 @@ TEST(FormatTest, GoldenOutputsOfTheBoard) {
   ASSERT_EQ(pass.ddr.size(), 1u) << "the DDR FIFO gave no second sample";
   const FormatOptions options = FixedOptions();
   testing::ExpectGolden("board_report.txt", FormatPass(pass, Format::kReport, options));
-  testing::ExpectGolden("format_line.txt", FormatPass(pass, Format::kLine, options));
+  // The line as it fits 120 columns, then with the details; colour changes nothing but the
+  // escape sequences.
+  FormatOptions details = options;
+  details.line_details = true;
+  const std::string line = FormatPass(pass, Format::kLine, options);
+  testing::ExpectGolden("format_line.txt", line + FormatPass(pass, Format::kLine, details));
+  FormatOptions colour = options;
+  colour.color = true;
+  std::string coloured = FormatPass(pass, Format::kLine, colour);
+  EXPECT_NE(coloured, line);
+  for (std::size_t at; (at = coloured.find('\033')) != std::string::npos;) {
+    coloured.erase(at, coloured.find('m', at) - at + 1);
+  }
+  EXPECT_EQ(coloured, line);
   const std::string om = FormatPass(pass, Format::kOpenMetrics, options);
   const std::string prom = FormatPass(pass, Format::kPrometheus, options);
   testing::ExpectGolden("format_openmetrics.txt", om);
@@ -53,7 +66,7 @@ TEST(FormatTest, FirstPassHasOnlyTheTime) {
   pass.update_time = testing::kBoardUpdateTime;
   for (int type = Cpu; type <= ProcInfo; ++type)
     pass.Add(static_cast<ResourceMonitorType>(type), {});
-  EXPECT_EQ(FormatLine(pass, FixedOptions()), "2024-05-01 18:51:02\n");
+  EXPECT_EQ(FormatLine(pass, FixedOptions()), "18:51:02\n");
   EXPECT_EQ(FormatPrometheus(pass),
             "# HELP zefo_update_time_seconds End of the sampling pass, in seconds since the Unix "
             "epoch.\n# TYPE zefo_update_time_seconds gauge\nzefo_update_time_seconds "
@@ -98,6 +111,22 @@ TEST(FormatTest, Utf8AndNumbers) {
   };
   for (const auto& [in, out] : utf8) EXPECT_EQ(detail::ValidUtf8(in), out) << in;
   EXPECT_EQ(detail::CutUtf8("\xC3\xA9\xC3\xA9", 3), "\xC3\xA9");
+  EXPECT_EQ(detail::CutUtf8("ab\x80\x80\x80\x80\x80", 6), "ab\x80\x80\x80\x80");  // not UTF-8
+
+  // What a terminal is shown: nothing it would take as a command, nothing ambiguous.
+  const std::pair<std::string, std::string> terminal[] = {
+      {"\x1b[2J\x1b]0;owned\x07", "\\x1b[2J\\x1b]0;owned\\x07"},
+      {std::string("cr\rnul\0tab\tdel\x7f", 15), "cr\\x0dnul\\x00tab\\x09del\\x7f"},
+      {"csi\xC2\x9B"
+       "1m raw\x9B"
+       "1m",
+       "csi\\u009b1m raw\\x9b1m"},  // C1 as UTF-8 and raw
+      {"\xC2\xA0\xC3\xA9\xE2\x82\xAC \\x1b", "\xC2\xA0\xC3\xA9\xE2\x82\xAC \\\\x1b"},
+      {"two\nlines\n", "two\nlines\n"},
+  };
+  for (const auto& [in, out] : terminal) EXPECT_EQ(EscapeForTerminal(in), out) << in;
+  EXPECT_EQ(detail::EscapeControls("a\nb", false), "a\\x0ab");
+
   const std::pair<double, std::string> numbers[] = {
       {-0.0, "0"},  {0.25, "0.25"},     {1e20, "1e+20"},     {4096000000, "4096000000"},
       {NAN, "NaN"}, {INFINITY, "+Inf"}, {-INFINITY, "-Inf"},

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +17,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -39,14 +42,15 @@ struct Child {
   std::string out_text, err_text;
 };
 
-Child Spawn(const std::vector<std::string>& args) {
+// Standard output goes to a pipe the test reads, or to `stdout_fd` (a terminal, /dev/full).
+Child Spawn(const std::vector<std::string>& args, int stdout_fd = -1) {
   Child child;
   int out[2], err[2];
   if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return child;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, stdout_fd >= 0 ? stdout_fd : out[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err[1], 2);
 #ifdef ZEFO_MONITOR_EMULATOR
   // A cross build's zefo-monitor runs under the same emulator as the tests.
@@ -101,9 +105,9 @@ bool Drain(Child& child, milliseconds limit, const std::string& until = "") {
 }
 
 // The exit status, or 128 + the signal that ended the child.
-int Reap(Child& child) {
+int Reap(Child& child, struct rusage* usage = nullptr) {
   int status = 0;
-  while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
+  while (wait4(child.pid, &status, 0, usage) < 0 && errno == EINTR) {
   }
   if (child.out >= 0) close(child.out);
   if (child.err >= 0) close(child.err);
@@ -115,11 +119,12 @@ struct Outcome {
   std::string out, err;
 };
 
-Outcome RunToEnd(const std::vector<std::string>& args) {
-  Child child = Spawn(args);
+Outcome RunToEnd(const std::vector<std::string>& args, int stdout_fd = -1,
+                 struct rusage* usage = nullptr) {
+  Child child = Spawn(args, stdout_fd);
   if (child.pid < 0) return {-1, "", "spawn failed"};
   if (!Drain(child, milliseconds(60000))) kill(child.pid, SIGKILL);
-  const int code = Reap(child);
+  const int code = Reap(child, usage);
   return {code, child.out_text, child.err_text};
 }
 
@@ -155,9 +160,20 @@ TEST(ZefoMonitorToolTest, OneRunPerOption) {
        "cannot write --output /nonexistent-zefo-dir/x.prom: cannot create files in "
        "/nonexistent-zefo-dir: No such file or directory"},
       {{"--output", "/"}, 2, "/ is a directory"},
-      {{"--listen", ":9464"}, 2, "':9464' names no address"},
+      {{"--output", ""}, 2, "the file name is empty"},
+      {{"--listen", "127.0.0.1"}, 2, "'127.0.0.1' is not an address and port"},
+      {{"--web-config", "web.yml"}, 2, "--web-config needs --listen"},
       {{"--listen", "127.0.0.1:65536"}, 2, "'65536' is not a port"},
       {{"--listen", "[::1"}, 2, "is not an address and port"},
+#ifdef ZEFO_WITH_HTTP
+      {{"--listen", "no.such.host.invalid:9464"}, 2, "cannot listen on no.such.host.invalid:9464"},
+#endif
+      {{"--from", "1", "--count", "1"}, 2, "--from requires --replay"},
+      {{"--replay", "/tmp", "--to", "2024-05-01T25:00"}, 2, "is not a time"},
+      {{"--replay", "/tmp", "--from", "20", "--to", "10"}, 2, "--from 20 lies after --to 10"},
+      {{"--replay", "/tmp", "--record", "/tmp"}, 2, "--record excludes --replay"},
+      {{"--record-max-size", "1K", "--record", "/tmp/x"}, 2, "'1K' is too small"},
+      {{"--record-max-age", "7y", "--record", "/tmp/x"}, 2, "'7y' is not a duration"},
       {{"--help"}, 0, "--rootfs DIR"},
       {{"--version"}, 0, "zefo-monitor "},
       {{"--count", "3", "--period", "50", "--format", "json", "--output", dir + "pass.json"},
@@ -207,6 +223,152 @@ TEST(ZefoMonitorToolTest, ReportsUntilInterrupted) {
   EXPECT_EQ(child.err_text, "");
   ASSERT_EQ(child.out_text.rfind("update time: ", 0), 0u);
   EXPECT_EQ(child.out_text.substr(child.out_text.size() - 2), "\n\n");
+}
+
+#ifdef ZEFO_WITH_RECORD
+// What --record stored, --replay writes byte for byte as the live run wrote it; a second
+// recorder on the same store is refused.
+TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
+  char pattern[] = "/tmp/zefo-record-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string dir = pattern, self = std::to_string(getpid());
+  for (const char* format : {"report", "json"}) {
+    const std::string store = dir + "/" + format;
+    const Outcome live = RunToEnd({"--record", store, "--format", format, "--count", "3",
+                                   "--period", "50", "--pid", self, "--pid", "1"});
+    ASSERT_EQ(live.code, 0) << live.err;
+    const Outcome replay = RunToEnd({"--replay", store, "--format", format});
+    EXPECT_EQ(replay.code, 0) << replay.err;
+    EXPECT_EQ(replay.err, "");
+    // The store keeps what a pass sampled, not what the pass cost.
+    const std::regex cost(R"(,"pass_cost":\{("\w+":\{[^}]*\},?)*\})");
+    EXPECT_EQ(replay.out, std::regex_replace(live.out, cost, "")) << format;
+  }
+  Child holder = Spawn({"--record", dir + "/json", "--period", "50"});
+  std::this_thread::sleep_for(milliseconds(300));
+  const Outcome second = RunToEnd({"--record", dir + "/json", "--count", "1"});
+  EXPECT_EQ(second.code, 2);
+  EXPECT_NE(second.err.find("another recorder is writing to"), std::string::npos) << second.err;
+  kill(holder.pid, SIGTERM);
+  EXPECT_EQ(Reap(holder), 0);
+  std::filesystem::remove_all(dir);
+}
+#endif
+
+// A process that exits leaves every format but the report from the pass after its exit.
+TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheLiveFormats) {
+  const struct {
+    const char* format;
+    std::string (*needle)(pid_t);
+    const char* pass_end;
+  } cases[] = {
+      {"json", [](pid_t p) { return "\"" + std::to_string(p) + "\":{"; }, "\n"},
+      // With --pid the line has a TOP list of that process alone.
+      {"line", [](pid_t) { return std::string(" TOP "); }, "\n"},
+      {"openmetrics", [](pid_t p) { return "pid=\"" + std::to_string(p) + "\""; }, "# EOF\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.format);
+    const pid_t busy = fork();
+    ASSERT_GE(busy, 0);
+    if (busy == 0) {
+      for (;;) {
+      }
+    }
+    Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", c.format});
+    ASSERT_GT(child.pid, 0);
+    const bool seen = Drain(child, milliseconds(30000), c.needle(busy));
+    kill(busy, SIGKILL);
+    waitpid(busy, nullptr, 0);
+    ASSERT_TRUE(seen) << child.out_text << child.err_text;
+    // The pass under way at the exit may still have sampled it; the one after may not.
+    const std::string end = c.pass_end;
+    const std::size_t done = child.out_text.rfind(end);
+    child.out_text.erase(0, done == std::string::npos ? 0 : done + end.size());
+    for (int pass = 0; pass < 2; ++pass) {
+      if (pass > 0) child.out_text.erase(0, child.out_text.find(end) + end.size());
+      ASSERT_TRUE(Drain(child, milliseconds(30000), end));
+    }
+    const std::string last = child.out_text.substr(0, child.out_text.find(end));
+    EXPECT_EQ(last.find(c.needle(busy)), std::string::npos) << last;
+    kill(child.pid, SIGTERM);
+    Drain(child, milliseconds(30000));
+    EXPECT_EQ(Reap(child), 0);
+  }
+}
+
+TEST(ZefoMonitorToolTest, WriteFailuresEndTheRunWithAMessageAndALeftReaderQuietly) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  Outcome run = RunToEnd({"--count", "3", "--period", "50"}, full);
+  close(full);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_NE(run.err.find("cannot write to standard output: No space left on device"),
+            std::string::npos)
+      << run.err;
+  int pipe_fds[2];
+  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
+  close(pipe_fds[0]);
+  run = RunToEnd({"--period", "50"}, pipe_fds[1]);
+  close(pipe_fds[1]);
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.err, "");
+}
+
+// What other users control (a registration directory anyone may write, a process's own command
+// line) cannot make the monitor's memory or output grow with it; and a terminal gets names
+// escaped where a pipe gets the library's bytes.
+TEST(ZefoMonitorToolTest, HostileNamesAndCommandLinesStayBoundedAndReachTerminalsEscaped) {
+  // A 1.8 MB command line (the kernel allows a quarter of the default 8 MB stack).
+  std::vector<std::string> words{"/bin/sh", "-c", "sleep 30", "sh"};
+  words.insert(words.end(), 14, std::string(130000, 'a'));
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  pid_t hostile = -1;
+  ASSERT_EQ(posix_spawn(&hostile, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+  zefo::testing::FixtureTree tree;
+  const std::string self = std::to_string(getpid()), other = std::to_string(hostile);
+  const std::string name = "cam\x1b]0;owned\x07\x1b[2J\r\xC2\x9B" + std::string(300, 'x');
+  for (const auto& [pid, registered] :
+       {std::pair(self, name + "\n"), std::pair(other, std::string(4 << 20, 'n') + "\n")}) {
+    tree.Write("reg/" + pid + "/pid", pid + "\n");
+    tree.Write("reg/" + pid + "/name", registered);
+  }
+  std::vector<std::string> args{"--pid",   self, "--pid",    other, "--regdir", tree.Path("reg"),
+                                "--count", "2",  "--period", "50",  "--format", "json"};
+  struct rusage usage {};
+  const Outcome run = RunToEnd(args, -1, &usage);
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_LT(run.out.size(), 32u << 10);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  EXPECT_LT(usage.ru_maxrss, 24 << 10) << "kB";  // a few times the hostile 1.8 MB
+#endif
+  const auto json = nlohmann::json::parse(run.out.substr(run.out.rfind('\n', run.out.size() - 2)));
+  EXPECT_EQ(json["process"][self]["zefo_name"], name.substr(0, 255));
+  EXPECT_EQ(json["process"][other]["zefo_name"], "");
+  const std::string cmd_line = json["process"][other]["cmd_line"];
+  EXPECT_EQ(cmd_line.size(), 4096u);
+  EXPECT_EQ(cmd_line.rfind("/bin/sh -c sleep 30 sh aaa", 0), 0u);
+
+  args.resize(args.size() - 2);  // the report, on a terminal and through a pipe
+  int terminal = -1, replica = -1;
+  ASSERT_EQ(openpty(&terminal, &replica, nullptr, nullptr, nullptr), 0);
+  Child child = Spawn(args, replica);
+  close(replica);
+  std::string shown;
+  char buffer[4096];
+  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) != 0;) {
+    if (n < 0 && errno != EINTR) break;  // EIO: the tool closed the terminal
+    if (n > 0) shown.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(terminal);
+  Drain(child, milliseconds(30000));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+  EXPECT_NE(shown.find(": cam\\x1b]0;owned\\x07\\x1b[2J\\x0d\\u009bxxx"), std::string::npos);
+  EXPECT_EQ(shown.find_first_of("\x1b\x07"), std::string::npos);
+  EXPECT_NE(RunToEnd(args).out.find(": " + name.substr(0, 255) + "\n"), std::string::npos);
+  kill(hostile, SIGKILL);
+  waitpid(hostile, nullptr, 0);
 }
 
 #ifdef ZEFO_WITH_HTTP
@@ -284,7 +446,7 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
   EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
-  EXPECT_GE(most, 2u);    // a loaded machine may run few passes in the window
+  EXPECT_GE(most, 2u);    // a loaded machine may take hundreds of ms a pass
   EXPECT_FALSE(history["series"].empty());
 
   httplib::Result latest = client.Get("/api/latest");

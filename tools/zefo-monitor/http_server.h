@@ -1,79 +1,98 @@
 #ifndef ZEFO_TOOLS_ZEFO_MONITOR_HTTP_SERVER_H_
 #define ZEFO_TOOLS_ZEFO_MONITOR_HTTP_SERVER_H_
 
-#include <httplib.h>
-
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
-#include "pass_history.h"
-#include "zefo/format/formats.h"
-#include "zefo/format/snapshot.h"
+#include "basic_auth.h"
+#include "http_routes.h"
+#include "web_config.h"
+
+struct MHD_Daemon;
+struct MHD_Connection;
 
 namespace zefo::cli {
 
-// The newest pass and the charted figures of the recent ones, handed from the sampling loop to
-// the HTTP handlers. Publish, Latest and History may be called from any thread; a reader keeps
-// the pass it got alive for as long as it needs it, and formats it without holding anything.
-class PassStore {
- public:
-  // Keeps the figures of the passes of the last `history_ms` (at most `budget_bytes` of them);
-  // `period_ms` is the sampling period, told to the dashboard.
-  PassStore(int period_ms, uint64_t history_ms, std::size_t budget_bytes)
-      : period_ms_(period_ms), history_(history_ms, budget_bytes) {}
-
-  void Publish(std::shared_ptr<const format::Snapshot> pass);
-  // Null before the first pass.
-  std::shared_ptr<const format::Snapshot> Latest() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return latest_;
-  }
-  // The passes of the last `seconds` seconds as HistoryJson writes them.
-  std::string History(double seconds) const;
-
- private:
-  mutable std::mutex mutex_;
-  std::shared_ptr<const format::Snapshot> latest_;
-  const int period_ms_;
-  PassHistory history_;
+// What one client may take of the server. A few event-driven threads serve every connection,
+// so a socket that waits costs memory, never a thread.
+struct HttpLimits {
+  unsigned threads = 2;
+  unsigned max_connections = 1000;
+  unsigned max_per_address = 32;
+  unsigned idle_seconds = 5;  // no byte either way: the connection is closed
+  std::chrono::milliseconds request_deadline{10000};  // for a whole request line and headers
+  std::size_t header_bytes = 16 * 1024;               // request line and headers together
 };
 
-// An HTTP server on one address, answering on a thread of its own. Register routes on
-// `routes()` before Start; Bind, Start and Stop belong to one thread.
+// zefo-monitor's HTTP(S) server on one address. Listen and Stop belong to one thread; requests
+// are answered on the server's own threads.
 class HttpServer {
  public:
-  HttpServer();
+  HttpServer(RouteContext context, const WebConfig& web, HttpLimits limits = HttpLimits());
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
 
-  httplib::Server& routes() { return server_; }
-
-  // Binds `host`:`port` (port 0: a free one): "" or what is wrong.
-  std::string Bind(const std::string& host, int port);
-  // The bound port.
+  // Binds `host`:`port` (host "": every address; port 0: a free one) and starts serving: "" or
+  // what is wrong.
+  std::string Listen(const std::string& host, int port);
   int port() const { return port_; }
-  // Serves on a new thread until Stop.
-  void Start();
   void Stop();
 
  private:
-  httplib::Server server_;
-  std::thread thread_;
+  struct Tracked {
+    int fd;
+    std::chrono::steady_clock::time_point deadline;
+  };
+  enum class Login { kUnchecked, kChecking, kPassed, kFailed, kBusy };
+  // One request, from its request line to its answer.
+  struct Pending {
+    std::string target;
+    bool seen = false;      // the headers are in
+    bool answered = false;  // the answer is queued
+    Login login = Login::kUnchecked;
+    std::string user, password;
+  };
+  // True if the request's login needs a bcrypt round: the connection is then suspended until
+  // the checker thread has done it (the server's threads never wait for one).
+  bool Suspend(MHD_Connection* connection, Pending& pending);
+  void CheckLogins();
+  // The answer to a request whose headers have all arrived: true if it was queued.
+  bool Serve(MHD_Connection* connection, const char* method, const Pending& pending);
+  void Track(MHD_Connection* connection, bool waiting);
+  void Forget(MHD_Connection* connection);
+  void Sweep();
+  friend struct HttpServerCallbacks;
+
+  const RouteContext context_;
+  const WebConfig web_;
+  const HttpLimits limits_;
+  BasicAuth auth_;
+  MHD_Daemon* daemon_ = nullptr;
   int port_ = 0;
+
+  // Connections still owing a whole request, and when they must have sent it; the sweeper shuts
+  // down those past it (the server's thread then sees the socket end and closes it).
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool stopping_ = false;
+  std::map<MHD_Connection*, Tracked> waiting_;
+  std::thread sweeper_;
+  // Logins waiting for their bcrypt round, checked one at a time on their own thread.
+  std::deque<std::pair<MHD_Connection*, Pending*>> logins_;
+  std::condition_variable login_wake_;
+  std::thread checker_;
 };
 
-// The routes of zefo-monitor's server: "/" is the dashboard (or, in a build without it, a page
-// naming the endpoints), "/metrics" the newest pass in OpenMetrics or in the Prometheus text
-// format, as the request's Accept header prefers, "/api/latest" the newest pass as JSON and
-// "/api/history?seconds=N" the charted figures of the passes of the last N seconds.
-void AddRoutes(HttpServer& server, const PassStore& store, const format::FormatOptions& options);
-
-// Whether an Accept header prefers OpenMetrics to the Prometheus text format (by q-value; a tie
-// goes to OpenMetrics, a header that names neither to the text format).
-bool PrefersOpenMetrics(const std::string& accept);
+// The Content-Security-Policy of the dashboard `page`: nothing from outside the board, only the
+// page's own inline scripts (by their SHA-256) and styles, and requests back to the board.
+std::string DashboardPolicy(std::string_view page);
 
 }  // namespace zefo::cli
 

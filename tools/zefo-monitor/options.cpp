@@ -6,6 +6,8 @@
 #include <iostream>
 #include <limits>
 
+#include "manual.h"
+#include "time_arg.h"
 #include "zefo/zefo_utils.h"
 
 namespace zefo::cli {
@@ -35,7 +37,8 @@ CLI::Validator WholeNumber(long long min, long long max) {
 }  // namespace
 
 std::string ParseListenAddress(const std::string& text, ListenAddress& out) {
-  const std::string example = " (give ADDRESS:PORT, e.g. 127.0.0.1:9464 or [::1]:9464)";
+  const std::string example =
+      " (give ADDRESS:PORT, e.g. 127.0.0.1:9464 or [::1]:9464, or :PORT for every address)";
   std::string host, port;
   if (!text.empty() && text[0] == '[') {
     const std::size_t close = text.find(']');
@@ -52,7 +55,6 @@ std::string ParseListenAddress(const std::string& text, ListenAddress& out) {
     host = text.substr(0, colon);
     port = text.substr(colon + 1);
   }
-  if (host.empty()) return "'" + text + "' names no address" + example;
   errno = 0;
   const long number = common::util::IsNumeric(port) ? std::strtol(port.c_str(), nullptr, 10) : -1;
   if (port.empty() || errno == ERANGE || number < 0 || number > 65535) {
@@ -70,7 +72,11 @@ ParseResult ParseOptions(int argc, char** argv) {
   std::string format_name = "report";
   std::string listen;
 
-  CLI::App app{"Prints the board's resource report after every sampling pass.", "zefo-monitor"};
+  CLI::App app{
+      "Writes every sampling pass of the board's resources: as the library's text report, one "
+      "line, JSON or a metrics exposition, served over HTTP with a dashboard, or shown in a "
+      "full-screen terminal view.",
+      "zefo-monitor"};
   app.set_version_flag("--version", std::string("zefo-monitor ") + ZEFO_VERSION);
   app.add_option("--period", opt.period_ms,
                  "Milliseconds from the end of one sampling pass to the start of the next")
@@ -151,6 +157,77 @@ ParseResult ParseOptions(int argc, char** argv) {
       ->type_name("SECONDS")
       ->check(WholeNumber(0, 86400))
       ->default_val(600);
+  app.add_option("--web-config", opt.web_config,
+                 "With --listen, serve over TLS and/or ask for basic-auth users as FILE says (the "
+                 "web configuration file of Prometheus exporters: tls_server_config with "
+                 "cert_file, key_file and optionally client_ca_file, basic_auth_users with "
+                 "bcrypt hashes); read once at start")
+      ->type_name("FILE");
+
+  app.add_flag(
+      "--top", opt.top,
+      "Show the board in a full-screen terminal view: CPU and BPU cores, DDR, memory, "
+      "temperatures, disks, network and a process list (keys: c m i p n sort, r "
+      "reverse, / filter, arrows scroll, q quit); not with --format, --output or --listen");
+  app.add_flag("--line-details", opt.line_details,
+               "With --format line, every CPU with its frequency, every DDR device, the three "
+               "hottest zones and the three busiest processes (the line is then wider than "
+               "120 columns)");
+  // The manual page and the shell completion are written from this very option table at
+  // build time, so they cannot drift from it.
+  bool manual = false, completion = false;
+  app.add_flag("--help-man", manual, "Print the manual page (roff) and exit")->group("");
+  app.add_flag("--bash-completion", completion, "Print the bash completion script and exit")
+      ->group("");
+
+  // The flight recorder.
+  const auto checked = [](auto parse) {
+    return CLI::Validator(
+        [parse](std::string& text) {
+          uint64_t unused;
+          return parse(text, unused);
+        },
+        "");
+  };
+  std::string max_size = "64M", max_age = "7d", from, to;
+  auto* record = app.add_option("--record", opt.record_dir,
+                                "Also append every pass to the store in DIR (created if missing), "
+                                "for --replay later")
+                     ->type_name("DIR");
+  app.add_option("--record-max-size", max_size,
+                 "With --record, the most the store keeps; the oldest passes go first "
+                 "(K, M, G: powers of 1024; default 64M)")
+      ->type_name("SIZE")
+      ->check(checked(ParseSize))
+      ->needs(record);
+  app.add_option("--record-max-age", max_age,
+                 "With --record, how long passes are kept (s, m, h, d; default 7d)")
+      ->type_name("DURATION")
+      ->check(checked(ParseDuration))
+      ->needs(record);
+  auto* replay = app.add_option("--replay", opt.replay_dir,
+                                "Write the passes recorded in DIR (by --record) instead of "
+                                "sampling, with --format and --output")
+                     ->type_name("DIR")
+                     ->excludes(record);
+  app.add_option("--from", from,
+                 "With --replay, the first time to write: Unix seconds or ISO 8601 (local time "
+                 "unless it ends in Z or an offset)")
+      ->type_name("TIME")
+      ->check(checked(ParseTime))
+      ->needs(replay);
+  app.add_option("--to", to, "With --replay, the last time to write (as --from)")
+      ->type_name("TIME")
+      ->check(checked(ParseTime))
+      ->needs(replay);
+
+  app.add_option("--forget-after", opt.forget_after_seconds,
+                 "Forget a process, disk, interface or other item no pass has seen for SECONDS "
+                 "(its figures and what is kept to compute them); 0 keeps everything ever seen. "
+                 "Every format but report shows only what the newest pass saw either way")
+      ->type_name("SECONDS")
+      ->check(WholeNumber(0, 100LL * 365 * 86400))
+      ->default_val(60);
 
   try {
     app.parse(argc, argv);
@@ -166,12 +243,38 @@ ParseResult ParseOptions(int argc, char** argv) {
     result.exit_code = 2;
     return result;
   }
+  if (manual || completion) {
+    std::cout << (manual ? ManualPage(app) : BashCompletion(app));
+    return result;
+  }
+  for (const char* other : {"--format", "--output", "--listen"}) {
+    if (opt.top && app.count(other) > 0) {
+      std::cerr << "zefo-monitor: --top shows the passes itself; it does not go with " << other
+                << "\n";
+      result.exit_code = 2;
+      return result;
+    }
+  }
   opt.pids.insert(pids.begin(), pids.end());
   format::ParseFormat(format_name, opt.format);
   opt.format_given = app.count("--format") > 0;
   if (!listen.empty()) {
     opt.listen = true;
     ParseListenAddress(listen, opt.listen_address);
+  }
+  if (app.count("--web-config") > 0 && !opt.listen) {
+    std::cerr << "zefo-monitor: --web-config needs --listen\n";
+    result.exit_code = 2;
+    return result;
+  }
+  ParseSize(max_size, opt.record_max_bytes);
+  ParseDuration(max_age, opt.record_max_age_ms);
+  if (!from.empty()) ParseTime(from, opt.replay_from_ms);
+  if (!to.empty()) ParseTime(to, opt.replay_to_ms);
+  if (opt.replay_from_ms > opt.replay_to_ms) {
+    std::cerr << "zefo-monitor: --from " << from << " lies after --to " << to << "\n";
+    result.exit_code = 2;
+    return result;
   }
   result.run = true;
   return result;

@@ -1,6 +1,8 @@
 #ifndef ZEFO_TOOLS_ZEFO_MONITOR_OPTIONS_H_
 #define ZEFO_TOOLS_ZEFO_MONITOR_OPTIONS_H_
 
+#include <cstdint>
+#include <limits>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,8 +12,8 @@
 
 namespace zefo::cli {
 
-// Where --listen binds: a host name or address (IPv6 without brackets) and a port; port 0 lets
-// the system choose one.
+// Where --listen binds: a host name or address (IPv6 without brackets; "" for every address)
+// and a port; port 0 lets the system choose one.
 struct ListenAddress {
   std::string host;
   int port = 0;
@@ -28,9 +30,23 @@ struct Options {
   bool listen = false;
   ListenAddress listen_address;
   int history_seconds = 600;  // how far back /api/history reaches with --listen
+  std::string web_config;     // --web-config FILE: TLS and basic auth for --listen
+  bool top = false;           // the full-screen terminal view
+  bool line_details = false;  // --format line with every core, device, zone and more processes
+  // --record DIR: every pass is also appended to the store in DIR, kept within these bounds.
+  std::string record_dir;
+  uint64_t record_max_bytes = uint64_t{64} << 20;
+  uint64_t record_max_age_ms = uint64_t{7} * 24 * 3600 * 1000;
+  // --replay DIR: the recorded passes between --from and --to instead of live ones.
+  std::string replay_dir;
+  uint64_t replay_from_ms = 0;
+  uint64_t replay_to_ms = std::numeric_limits<uint64_t>::max();
+  // A name no pass has seen for this long is forgotten; 0 keeps every name ever seen.
+  long long forget_after_seconds = 60;
 };
 
-// "127.0.0.1:9464", "[::1]:9464", "localhost:9464" into `out`; "" or what is wrong.
+// "127.0.0.1:9464", "[::1]:9464", "localhost:9464", ":9464" (every address) into `out`; "" or
+// what is wrong.
 std::string ParseListenAddress(const std::string& text, ListenAddress& out);
 
 // What the command line asked for: run with `options`, or exit at once with `exit_code` (help

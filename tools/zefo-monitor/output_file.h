@@ -4,18 +4,21 @@
 #include <string>
 #include <string_view>
 
+#include "safe_file.h"
+
 namespace zefo::cli {
 
-// A file that is replaced whole on every write: the text goes to a hidden temporary file in
-// the same directory, which is then renamed over the target, so a reader (node_exporter's
-// textfile collector, a script) sees either the old pass or the new one, never half of one.
-// The temporary name does not end in ".prom", so the collector never reads it.
+// A file that is replaced whole on every write: the text goes to a temporary in the same
+// directory, which is then renamed over the target, so a reader (node_exporter's textfile
+// collector, a script) sees either the old pass or the new one, never half of one. The
+// temporary is hidden and does not end in ".prom", so the collector never reads it.
 class OutputFile {
  public:
   explicit OutputFile(std::string path);
 
-  // Whether a file can be created beside the target: "" or what is wrong.
-  std::string Probe() const;
+  // Opens the directory and makes sure a file can be created there and renamed onto the
+  // target; removes temporaries that earlier runs left behind. "" or what is wrong.
+  std::string Probe();
   // Replaces the target with `text`: "" or what went wrong (the target is then unchanged).
   std::string Write(std::string_view text) const;
 
@@ -23,7 +26,8 @@ class OutputFile {
 
  private:
   std::string path_;
-  std::string temp_;
+  std::string name_;
+  tools::SafeDir dir_;
 };
 
 }  // namespace zefo::cli

@@ -34,6 +34,11 @@ struct ZEFO_EXPORT FormatOptions {
   /// Longest label value written in the exposition formats, in bytes (longer command lines
   /// are cut at a character boundary).
   std::size_t max_label_bytes = 512;
+  /// The line format colours its figures with ANSI escape sequences (for a terminal).
+  bool color = false;
+  /// The line format adds every CPU with its frequency, every DDR device, the three hottest
+  /// zones and the three busiest processes.
+  bool line_details = false;
 };
 
 /// "report", "line", "json", "openmetrics", "prometheus".
@@ -47,9 +52,11 @@ ZEFO_EXPORT std::string FormatPass(const Snapshot& pass, Format format,
                                    const FormatOptions& options = FormatOptions());
 
 ZEFO_EXPORT std::string FormatReport(const Snapshot& pass);
-/// "2024-05-01 18:51:02 CPU 9% [12%@1500MHz,...] MEM 1234/7950MB BPU [...] DDR ... TEMP ...
-/// TOP ...": the sections of kinds without items are left out; MB is 2^20 bytes, GB/s 2^30
-/// bytes per second.
+/// "18:51:02 CPU  40% max  90% MEM  1080/ 2000MiB BPU  45%  85% DDR r16.11 w 4.03GB/s TEMP
+/// 61.5°C TOP camera_app    165.0%": fixed-width fields that fit 120 columns on a board with
+/// a few cores; sections of kinds without items are left out. `line_details` adds the date,
+/// every CPU and its frequency, each DDR device, three zones and three processes. MiB is 2^20
+/// bytes, GB/s 10^9 bytes per second.
 ZEFO_EXPORT std::string FormatLine(const Snapshot& pass,
                                    const FormatOptions& options = FormatOptions());
 /// Non-finite figures are null; strings that are not valid UTF-8 get U+FFFD in place of the
@@ -62,6 +69,16 @@ ZEFO_EXPORT std::string FormatOpenMetrics(const Snapshot& pass,
                                           const FormatOptions& options = FormatOptions());
 ZEFO_EXPORT std::string FormatPrometheus(const Snapshot& pass,
                                          const FormatOptions& options = FormatOptions());
+
+/// `text` made safe to show on a terminal, for views meant for people (the report on a
+/// terminal, a live table): control characters (C0 but the newline, DEL, C1) and bytes that
+/// are not UTF-8 become escapes such as "\x1b", "\u009b" or "\xff", a backslash "\\".
+/// The line format does this to the names it shows.
+ZEFO_EXPORT std::string EscapeForTerminal(std::string_view text);
+
+/// The order the views meant for people list names in: "cpu9" before "cpu10". Names compare
+/// by their text before the trailing digits, then by the number those digits make.
+ZEFO_EXPORT bool NaturalLess(const std::string& a, const std::string& b);
 
 /// The HTTP Content-Type of each format.
 ZEFO_EXPORT const char* ContentType(Format format);

@@ -1,6 +1,8 @@
 // The dashboard in a real browser: zefo-monitor --listen over a simulated board, Debian's
 // chromium driven headless by playwright-core. Waits for two live updates, checks that every
-// chart panel has data and that the process table sorts, saves a screenshot, then stops the
+// chart panel has data and that the process table sorts, that at 1440 and 400 px the page does
+// not overflow sideways and the time axes' 24-hour labels do not overlap, saves a screenshot at
+// each width (the narrow one beside the other, "-narrow"), then stops the
 // server, expects the page to say it is disconnected, starts it again on the same port and
 // expects the page to resume. Last, over a board without BPU, DDR devices, thermal zones and
 // cpufreq, expects those panels to say so.
@@ -135,6 +137,54 @@ function ordered(values, compare) {
   return values.every((v, i) => i === 0 || compare(values[i - 1], v) <= 0);
 }
 
+// No horizontal scrolling, every time axis in 24-hour "HH:MM" or "HH:MM:SS" labels that do not
+// overlap (uPlot draws them on a canvas: measured with the axis's own font), and at narrow
+// widths the process table still shows PID, name, CPU and memory.
+async function checkLayout(page, width) {
+  await page.setViewportSize({ width, height: 900 });
+  await page.waitForTimeout(PERIOD_MS * 1.5);  // a redraw at the new size
+  const result = await page.evaluate(() => {
+    const problems = [];
+    const root = document.documentElement;
+    if (root.scrollWidth > window.innerWidth) {
+      problems.push(`page ${root.scrollWidth} px wide in a ${window.innerWidth} px window`);
+    }
+    let axes = 0;
+    for (const chart of document.querySelectorAll('.chart')) {
+      const u = chart.plot;
+      if (!u || chart.hidden) continue;
+      const axis = u.axes[0];
+      const labels = axis._values ?? [];
+      const splits = axis._splits ?? [];
+      u.ctx.font = axis.font[0];
+      let right = -Infinity;
+      axes += 1;
+      labels.forEach((label, i) => {
+        if (label == null) return;
+        if (!/^\d\d:\d\d(:\d\d)?$/.test(label)) problems.push(`axis label "${label}"`);
+        const half = u.ctx.measureText(label).width / devicePixelRatio / 2;
+        const x = u.valToPos(splits[i], 'x');
+        if (x - half < right + 2) problems.push(`axis labels overlap at "${label}"`);
+        right = x + half;
+      });
+      if (chart.getBoundingClientRect().right > window.innerWidth + 1) {
+        problems.push(`a chart reaches past the window: ${chart.closest('[data-panel]').dataset.panel}`);
+      }
+    }
+    const shown = [...document.querySelectorAll('thead th')]
+      .filter((th) => getComputedStyle(th).display !== 'none')
+      .map((th) => th.dataset.column);
+    return { problems, axes, shown };
+  });
+  check(result.axes >= PANELS.length, `only ${result.axes} time axes at ${width} px`);
+  check(result.problems.length === 0, `at ${width} px: ${result.problems.join('; ')}`);
+  for (const column of ['pid', 'name', 'cpu', 'rss']) {
+    check(result.shown.includes(column), `no ${column} column at ${width} px: ${result.shown}`);
+  }
+  log(`${width} px: no overflow, ${result.axes} time axes without overlapping labels,`,
+    `columns ${result.shown.join(' ')}`);
+}
+
 async function checkTable(page) {
   const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
   check(rows > 0, 'the process table has no rows');
@@ -204,8 +254,14 @@ async function main() {
     await checkPanels(page);
     await checkTable(page);
     if (settleSeconds > 0) await sleep(settleSeconds * 1000);
+    await checkLayout(page, 1440);
     await page.screenshot({ path: screenshot, fullPage: true });
     log('screenshot', screenshot);
+    await checkLayout(page, 400);
+    const narrow = screenshot.replace(/(\.png)?$/, '-narrow.png');
+    await page.screenshot({ path: narrow, fullPage: true });
+    log('screenshot', narrow);
+    await checkLayout(page, 1440);
 
     // The connection drops: the page says so, and resumes once zefo-monitor is back.
     const before = Number(await page.evaluate(() => document.body.dataset.last));

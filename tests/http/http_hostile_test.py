@@ -1,0 +1,262 @@
+#!/usr/bin/env python3
+"""zefo-monitor --listen against hostile clients, on loopback: held half-open connections,
+oversized and body-carrying requests, codings, SIGTERM while clients hold connections, and TLS
+with basic auth from a web configuration file (certificate and bcrypt hash made here).
+Exits 0 on success, 1 with a message on failure."""
+
+import argparse
+import gzip
+import os
+import signal
+import socket
+import ssl
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import warnings
+
+with warnings.catch_warnings():
+    warnings.simplefilter("ignore", DeprecationWarning)
+    import crypt
+
+HELD = 500  # half-open connections, 25 from each of 20 loopback addresses
+
+
+def fail(message):
+    sys.stderr.write("FAIL: %s\n" % message)
+    sys.exit(1)
+
+
+def start(monitor, *extra):
+    # Watching only this script keeps the passes small: what is timed here is the server.
+    server = subprocess.Popen([monitor, "--listen", "127.0.0.1:0", "--period", "200", "--pid",
+                               str(os.getpid()), *extra],
+                              stderr=subprocess.PIPE, text=True)
+    line = server.stderr.readline()
+    if "serving " not in line:
+        fail("no banner: %r" % (line + server.stderr.read()))
+    return server, int(line.rsplit(":", 1)[1].split("/")[0])
+
+
+def rss_kb(pid):
+    with open("/proc/%d/status" % pid) as status:
+        return int(next(l for l in status if l.startswith("VmRSS")).split()[1])
+
+
+def connect(port, source="127.0.0.1"):
+    sock = socket.socket()
+    sock.bind((source, 0))
+    sock.settimeout(5)
+    sock.connect(("127.0.0.1", port))
+    return sock
+
+
+def request(port, text, wrap=None):
+    """Sends `text` and returns (status line, headers dict, body) of the answer."""
+    sock = connect(port)
+    if wrap:
+        sock = wrap(sock)
+    sock.sendall(text.encode())
+    data = b""
+    while True:
+        chunk = sock.recv(65536)
+        if not chunk:
+            break
+        data += chunk
+    sock.close()
+    head, _, body = data.partition(b"\r\n\r\n")
+    lines = head.decode("latin-1").split("\r\n")
+    headers = {k.lower(): v.strip() for k, _, v in (l.partition(":") for l in lines[1:])}
+    return lines[0], headers, body
+
+
+def get(port, path, extra="", wrap=None):
+    return request(port, "GET %s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n%s\r\n" %
+                   (path, extra), wrap)
+
+
+def wait_first_pass(port):
+    for _ in range(100):
+        if " 200 " in get(port, "/metrics")[0]:
+            return
+        time.sleep(0.05)
+    fail("/metrics never answered 200")
+
+
+def check_hostile(monitor):
+    server, port = start(monitor)
+    try:
+        wait_first_pass(port)
+        held = []
+        for n in range(HELD):
+            sock = connect(port, "127.0.0.%d" % (2 + n % 20))
+            sock.sendall(b"GET /metrics HTTP/1.1\r\nHost: b\r\n")  # and never the rest
+            held.append(sock)
+        time.sleep(0.2)
+        began = time.monotonic()
+        status, _, body = get(port, "/metrics")
+        took = time.monotonic() - began
+        if " 200 " not in status or b"zefo_update_time_seconds" not in body or took > 1:
+            fail("/metrics with %d half-open connections held: %s in %.3f s" % (HELD, status, took))
+        print("scrape with %d half-open connections held: %.1f ms, server RSS %d kB" %
+              (HELD, took * 1000, rss_kb(server.pid)))
+        # One address may hold only so many: the rest are closed at once.
+        crowd = [connect(port, "127.0.0.99") for _ in range(40)]
+        closed = 0
+        for sock in crowd:
+            sock.settimeout(1)
+            try:
+                closed += sock.recv(1) == b""
+            except (socket.timeout, ConnectionResetError):
+                closed += isinstance(sys.exc_info()[1], ConnectionResetError)
+        if closed == 0:
+            fail("40 connections from one address were all kept")
+
+        cases = [
+            # (request, status expected)
+            ("GET /%s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n" % ("x" * 20000), "414"),
+            ("GET / HTTP/1.1\r\nHost: b\r\nConnection: close\r\nX-Big: %s\r\n\r\n" % ("y" * 20000), "431"),
+            ("GET /api/history?seconds=%s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n" % ("1" * 100), "400"),
+            ("DELETE /metrics HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n", "405"),
+            ("GET /metrics HTTP/1.1\r\nHost: b\r\nContent-Length: 5\r\n\r\nhello", "413"),
+        ]
+        for text, expected in cases:
+            status = request(port, text)[0]
+            if " %s " % expected not in status:
+                fail("%r...: %s, not %s" % (text[:40], status, expected))
+
+        # A 100 MB body is refused before it is read: the answer comes while it is being sent,
+        # and the server does not grow by it.
+        before = rss_kb(server.pid)
+        sock = connect(port)
+        sock.sendall(b"POST /metrics HTTP/1.1\r\nHost: b\r\nContent-Length: 100000000\r\n\r\n")
+        sent, chunk = 0, b"z" * 65536
+        try:
+            while sent < 100000000:
+                sent += sock.send(chunk)
+        except OSError:
+            pass
+        answer = sock.recv(4096) if sent < 100000000 else b""
+        if sent >= 100000000 or not answer.startswith(b"HTTP/1.1 405 "):
+            fail("a 100 MB POST was taken whole (%d bytes sent): %r" % (sent, answer[:80]))
+        if rss_kb(server.pid) - before > 10000:
+            fail("the server grew by %d kB on a refused body" % (rss_kb(server.pid) - before))
+
+        # gzip when asked, never any other coding.
+        for coding, used in (("br", None), ("br, gzip;q=0.1", "gzip"), ("gzip;q=0", None)):
+            _, headers, body = get(port, "/metrics", "Accept-Encoding: %s\r\n" % coding)
+            if headers.get("content-encoding") != used:
+                fail("Accept-Encoding %s: coded %s" % (coding, headers.get("content-encoding")))
+            if used and b"zefo_update_time_seconds" not in gzip.decompress(body):
+                fail("the gzipped exposition does not decode")
+
+        # SIGTERM ends it within a second whatever the held connections and a reader that
+        # never reads do.
+        slow = connect(port)
+        slow.sendall(b"GET /metrics HTTP/1.1\r\nHost: b\r\n\r\n" * 50)
+        began = time.monotonic()
+        server.send_signal(signal.SIGTERM)
+        code = server.wait(timeout=5)
+        took = time.monotonic() - began
+        if code != 0 or took > 1:
+            fail("SIGTERM with clients holding connections: exit %d after %.2f s" % (code, took))
+        print("SIGTERM with %d connections held: ended in %.0f ms" % (HELD + 41, took * 1000))
+    finally:
+        if server.poll() is None:
+            server.kill()
+
+
+def check_web_config(monitor, openssl):
+    tmp = tempfile.mkdtemp(prefix="zefo-web-config-")
+    path = lambda name: os.path.join(tmp, name)
+    subprocess.run([openssl, "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", "/CN=localhost",
+                    "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout",
+                    path("board.key"), "-out", path("board.crt")], check=True, capture_output=True)
+    # A real cost, so that guessing costs the server what it would on a board.
+    digest = crypt.crypt("right", crypt.mksalt(crypt.METHOD_BLOWFISH, rounds=1 << 12))
+    tls = "tls_server_config:\n  cert_file: board.crt\n  key_file: board.key\n"
+    users = "basic_auth_users:\n  scraper: '%s'\n" % digest
+    bad = [
+        ("tls_server_config: [", "not valid YAML"),
+        ("tls_server_config:\n  cert_file: board.crt\n", "needs both cert_file and key_file"),
+        ("tls_server_config:\n  cert_file: none.crt\n  key_file: board.key\n", "cannot read cert_file"),
+        ("tls_server_config:\n  cert_file: board.key\n  key_file: board.crt\n", "do not make"),
+        (tls + "  min_version: TLS13\n", "min_version is not supported"),
+        ("basic_auth_users:\n  scraper: plain\n", "is not a bcrypt hash"),
+        ("listen: 1\n", "listen is not a known setting"),
+    ]
+    for n, (text, expected) in enumerate(bad):
+        with open(path("bad%d.yml" % n), "w") as out:
+            out.write(text)
+        run = subprocess.run([monitor, "--listen", "127.0.0.1:0", "--web-config",
+                              path("bad%d.yml" % n)], capture_output=True, text=True, timeout=10)
+        if run.returncode != 2 or expected not in run.stderr:
+            fail("web config %r: exit %d, %r" % (text, run.returncode, run.stderr))
+
+    with open(path("web.yml"), "w") as out:
+        out.write(tls + users)
+    server, port = start(monitor, "--web-config", path("web.yml"))
+    try:
+        context = ssl.create_default_context(cafile=path("board.crt"))
+        wrap = lambda sock: context.wrap_socket(sock, server_hostname="localhost")
+        wait = time.monotonic() + 5
+        auth = "Authorization: Basic %s\r\n"
+        import base64
+        token = lambda who: base64.b64encode(who.encode()).decode()
+        while " 200 " not in get(port, "/metrics", auth % token("scraper:right"), wrap)[0]:
+            if time.monotonic() > wait:
+                fail("no 200 over TLS with the right password")
+            time.sleep(0.1)
+        for who in ("scraper:wrong", "nobody:right"):
+            status, headers, _ = get(port, "/metrics", auth % token(who), wrap)
+            if " 401 " not in status or "basic" not in headers.get("www-authenticate", "").lower():
+                fail("%s: %s" % (who, status))
+        if " 401 " not in get(port, "/", "", wrap)[0]:
+            fail("the dashboard is served without a password")
+        # Someone guessing passwords keeps bcrypt busy; the scraper, whose login passed
+        # before, is still answered at once.
+        done = time.monotonic() + 2
+        def guess():
+            while time.monotonic() < done:
+                try:
+                    get(port, "/metrics", auth % token("scraper:guess"), wrap)
+                except OSError:
+                    pass  # a guess may wait behind the others longer than the client does
+        guessers = [threading.Thread(target=guess) for _ in range(6)]
+        for thread in guessers:
+            thread.start()
+        time.sleep(0.5)
+        began = time.monotonic()
+        status = get(port, "/metrics", auth % token("scraper:right"), wrap)[0]
+        took = time.monotonic() - began
+        for thread in guessers:
+            thread.join()
+        if " 200 " not in status or took > 1:
+            fail("while passwords were guessed: %s after %.2f s" % (status, took))
+        print("scrape over TLS while 6 clients guess passwords: %.1f ms" % (took * 1000))
+        try:
+            status = get(port, "/metrics", auth % token("scraper:right"))[0]
+        except OSError:
+            status = ""
+        if " 200 " in status:
+            fail("plain HTTP to the TLS port was answered")
+    finally:
+        server.send_signal(signal.SIGTERM)
+        server.wait(timeout=5)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--monitor", required=True)
+    parser.add_argument("--openssl", default="openssl")
+    args = parser.parse_args()
+    check_hostile(args.monitor)
+    check_web_config(args.monitor, args.openssl)
+    print("ok")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,141 @@
+// The terminal view's model over the fixture board: panels, widths, sorting, filtering and the
+// escaping of names, without a terminal.
+#include "top_model.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/board.h"
+
+namespace zefo::top {
+namespace {
+
+std::string Text(const Row& row) {
+  std::string text;
+  for (const Span& span : row) text += span.text;
+  return text;
+}
+
+TEST(TopModelTest, EscapesWhatATerminalWouldObey) {
+  const struct {
+    std::string in;
+    bool ascii;
+    std::string out;
+  } cases[] = {
+      {"plain-name", false, "plain-name"},
+      {"a\x1b[2Jb", false, "a\\x1b[2Jb"},
+      {"tab\tdel\x7f", false, "tab\\x09del\\x7f"},
+      {"c1\xc2\x9b"
+       "1m",
+       false, "c1\\u009b1m"},  // the one-byte CSI as UTF-8
+      {"bad\xff\xc3", false, "bad\\xff\\xc3"},
+      {"\xe2\x80\xa8 \xc3\xa9t\xc3\xa9", false, "\xe2\x80\xa8 \xc3\xa9t\xc3\xa9"},
+      {"\xc3\xa9t\xc3\xa9", true, "?t?"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Escape(c.in, c.ascii), c.out) << c.in;
+  EXPECT_EQ(Fit("\xc3\xa9t\xc3\xa9-long", 4), "\xc3\xa9t\xc3\xa9-");
+  EXPECT_EQ(Fit("ab", 4), "ab  ");
+}
+
+TEST(TopModelTest, SortsAndFiltersTheProcesses) {
+  format::Snapshot pass;
+  const struct {
+    int pid;
+    const char* name;
+    const char* registered;
+    double cpu;
+    int64_t rss;
+    double io;
+  } processes[] = {{300, "sleeper", "", 0, 900, 5e6},
+                   {100, "camera_app", "Camera", 80, 100, 0},
+                   {200, "Bpu_worker", "", std::nan(""), 500, 1e6}};
+  for (const auto& p : processes) {
+    ProcInfoResourceItem& item = pass.process[std::to_string(p.pid)];
+    item.pid = p.pid;
+    item.name = p.name;
+    item.zefo_name = p.registered;
+    item.user = p.cpu;
+    item.VmRss = p.rss;
+    item.io_read_bandwidth = p.io;
+  }
+  const struct {
+    SortKey sort;
+    bool reverse;
+    std::string filter;
+    std::vector<int> pids;
+  } cases[] = {
+      {SortKey::kCpu, false, "", {100, 300, 200}},  // a share not known yet sorts last
+      {SortKey::kCpu, true, "", {200, 300, 100}},
+      {SortKey::kMemory, false, "", {300, 200, 100}},
+      {SortKey::kIo, false, "", {300, 200, 100}},
+      {SortKey::kPid, false, "", {100, 200, 300}},
+      {SortKey::kName, false, "", {200, 100, 300}},
+      {SortKey::kPid, false, "camera", {100}},  // registered name, any case
+      {SortKey::kPid, false, "BPU", {200}},
+      {SortKey::kPid, false, "30", {300}},  // pid
+      {SortKey::kPid, false, "none", {}},
+  };
+  for (const auto& c : cases) {
+    ViewState view;
+    view.sort = c.sort;
+    view.reverse = c.reverse;
+    view.filter = c.filter;
+    std::vector<int> pids;
+    for (const auto* p : ListedProcesses(pass, view)) pids.push_back(p->pid);
+    EXPECT_EQ(pids, c.pids) << static_cast<int>(c.sort) << " " << c.filter;
+  }
+}
+
+TEST(TopModelTest, FitsEveryPanelAndLeavesOutKindsWithoutItems) {
+  testing::FixtureTree tree;
+  const format::Snapshot board = testing::BoardPass(tree);
+  format::Snapshot bare = board;
+  bare.bpu.clear();
+  bare.ddr.clear();
+  bare.temperature.clear();
+  const struct {
+    const format::Snapshot* pass;
+    int width, height;
+    std::vector<std::string> titles;
+    std::vector<std::string> absent;
+  } cases[] = {
+      {&board, 80, 24, {"CPU", "BPU", "DDR", "MEM", "TEMP", "DISK", "NET", "PID"}, {}},
+      {&board, 200, 50, {"CPU", "BPU", "DDR", "MEM", "TEMP", "DISK", "NET", "COMMAND"}, {}},
+      {&bare, 80, 24, {"CPU", "MEM", "DISK", "NET", "PID"}, {"BPU", "DDR", "TEMP"}},
+      {&board, 20, 4, {}, {}},  // a tiny terminal: no row longer or more rows than it has
+  };
+  for (const auto& c : cases) {
+    ViewState view;
+    view.scroll = 1000;  // clamped to the list
+    const std::vector<Row> rows = Layout(*c.pass, view, c.width, c.height);
+    EXPECT_LE(rows.size(), static_cast<std::size_t>(c.height));
+    std::string screen;
+    for (const Row& row : rows) {
+      EXPECT_LE(Columns(Text(row)), static_cast<std::size_t>(c.width)) << Text(row);
+      screen += Text(row) + "\n";
+    }
+    for (const auto& title : c.titles) EXPECT_NE(screen.find(title), std::string::npos) << title;
+    for (const auto& title : c.absent) EXPECT_EQ(screen.find(title + " "), std::string::npos);
+    EXPECT_EQ(screen.find('\x1b'), std::string::npos);
+    EXPECT_LT(view.scroll, c.pass->process.size());
+  }
+}
+
+TEST(TopModelTest, KeysTypeAFilterAndChangeTheSort) {
+  ViewState view;
+  for (int key : std::vector<int>{'/', 'c', 'a', 'm', kKeyBackspace, 'x', kKeyEnter})
+    HandleKey(key, view, 10);
+  EXPECT_EQ(view.filter, "cax");
+  EXPECT_FALSE(view.editing);
+  HandleKey('m', view, 10);
+  EXPECT_EQ(view.sort, SortKey::kMemory);
+  HandleKey('m', view, 10);
+  EXPECT_TRUE(view.reverse);
+  HandleKey(kKeyEscape, view, 10);
+  EXPECT_EQ(view.filter, "");
+  EXPECT_FALSE(HandleKey('q', view, 10));
+}
+
+}  // namespace
+}  // namespace zefo::top
