@@ -136,15 +136,21 @@ std::string ReadAll(const std::string& path) {
 }
 
 // Each case is one run: bad options exit 2 with the reason on standard error, --help and
-// --version exit 0, and --output replaces its file whole with one pass of its format.
+// --version exit 0, --output replaces its file whole with one pass of its format, a failed
+// write ends the run with a message and status 1, and a reader that left ends it quietly.
 TEST(ZefoMonitorToolTest, OneRunPerOption) {
   zefo::testing::FixtureTree tree;
   const std::string dir = tree.Path("out/");
   std::filesystem::create_directory(dir);
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  int left_pipe[2];
+  ASSERT_EQ(pipe2(left_pipe, O_CLOEXEC), 0);
+  close(left_pipe[0]);
   const struct {
     std::vector<std::string> args;
     int code;
     const char* text;  // in standard error, or with exit 0 in standard output
+    int out_fd = -1;   // standard output, when not the test's pipe
   } cases[] = {
       {{"--period", "1.5"}, 2, "'1.5' is not a whole number"},
       {{"--period", "-5"}, 2, "'-5' is out of range"},
@@ -174,6 +180,11 @@ TEST(ZefoMonitorToolTest, OneRunPerOption) {
       {{"--replay", "/tmp", "--record", "/tmp"}, 2, "--record excludes --replay"},
       {{"--record-max-size", "1K", "--record", "/tmp/x"}, 2, "'1K' is too small"},
       {{"--record-max-age", "7y", "--record", "/tmp/x"}, 2, "'7y' is not a duration"},
+      {{"--count", "3", "--period", "50"},
+       1,
+       "cannot write to standard output: No space left on device",
+       full},
+      {{"--period", "50"}, 0, "", left_pipe[1]},
       {{"--help"}, 0, "--rootfs DIR"},
       {{"--version"}, 0, "zefo-monitor "},
       {{"--count", "3", "--period", "50", "--format", "json", "--output", dir + "pass.json"},
@@ -186,13 +197,17 @@ TEST(ZefoMonitorToolTest, OneRunPerOption) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
-    const Outcome run = RunToEnd(c.args);
+    const Outcome run = RunToEnd(c.args, c.out_fd);
     EXPECT_EQ(run.code, c.code) << run.err;
     EXPECT_NE((c.code == 0 ? run.out : run.err).find(c.text), std::string::npos) << run.err;
     if (c.code != 0) {
       EXPECT_EQ(run.out, "");
+    } else if (c.out_fd >= 0) {
+      EXPECT_EQ(run.err, "");
     }
   }
+  close(full);
+  close(left_pipe[1]);
   const std::string json = ReadAll(dir + "pass.json");
   EXPECT_EQ(json.find('\n'), json.size() - 1);
   EXPECT_TRUE(nlohmann::json::parse(json)["cpu"].contains("total")) << json;
@@ -226,8 +241,7 @@ TEST(ZefoMonitorToolTest, ReportsUntilInterrupted) {
 }
 
 #ifdef ZEFO_WITH_RECORD
-// What --record stored, --replay writes byte for byte as the live run wrote it; a second
-// recorder on the same store is refused.
+// What --record stored, --replay writes byte for byte as the live run wrote it.
 TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
   char pattern[] = "/tmp/zefo-record-XXXXXX";
   ASSERT_NE(mkdtemp(pattern), nullptr);
@@ -244,74 +258,35 @@ TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
     const std::regex cost(R"(,"pass_cost":\{("\w+":\{[^}]*\},?)*\})");
     EXPECT_EQ(replay.out, std::regex_replace(live.out, cost, "")) << format;
   }
-  Child holder = Spawn({"--record", dir + "/json", "--period", "50"});
-  std::this_thread::sleep_for(milliseconds(300));
-  const Outcome second = RunToEnd({"--record", dir + "/json", "--count", "1"});
-  EXPECT_EQ(second.code, 2);
-  EXPECT_NE(second.err.find("another recorder is writing to"), std::string::npos) << second.err;
-  kill(holder.pid, SIGTERM);
-  EXPECT_EQ(Reap(holder), 0);
   std::filesystem::remove_all(dir);
 }
 #endif
 
-// A process that exits leaves every format but the report from the pass after its exit.
-TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheLiveFormats) {
-  const struct {
-    const char* format;
-    std::string (*needle)(pid_t);
-    const char* pass_end;
-  } cases[] = {
-      {"json", [](pid_t p) { return "\"" + std::to_string(p) + "\":{"; }, "\n"},
-      // With --pid the line has a TOP list of that process alone.
-      {"line", [](pid_t) { return std::string(" TOP "); }, "\n"},
-      {"openmetrics", [](pid_t p) { return "pid=\"" + std::to_string(p) + "\""; }, "# EOF\n"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.format);
-    const pid_t busy = fork();
-    ASSERT_GE(busy, 0);
-    if (busy == 0) {
-      for (;;) {
-      }
+// A process that exits leaves the output from the pass after its exit. What is live is chosen
+// once for every format (the snapshot), so JSON stands for them all.
+TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheOutput) {
+  const pid_t busy = fork();
+  ASSERT_GE(busy, 0);
+  if (busy == 0) {
+    for (;;) {
     }
-    Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", c.format});
-    ASSERT_GT(child.pid, 0);
-    const bool seen = Drain(child, milliseconds(30000), c.needle(busy));
-    kill(busy, SIGKILL);
-    waitpid(busy, nullptr, 0);
-    ASSERT_TRUE(seen) << child.out_text << child.err_text;
-    // The pass under way at the exit may still have sampled it; the one after may not.
-    const std::string end = c.pass_end;
-    const std::size_t done = child.out_text.rfind(end);
-    child.out_text.erase(0, done == std::string::npos ? 0 : done + end.size());
-    for (int pass = 0; pass < 2; ++pass) {
-      if (pass > 0) child.out_text.erase(0, child.out_text.find(end) + end.size());
-      ASSERT_TRUE(Drain(child, milliseconds(30000), end));
-    }
-    const std::string last = child.out_text.substr(0, child.out_text.find(end));
-    EXPECT_EQ(last.find(c.needle(busy)), std::string::npos) << last;
-    kill(child.pid, SIGTERM);
-    Drain(child, milliseconds(30000));
-    EXPECT_EQ(Reap(child), 0);
   }
-}
-
-TEST(ZefoMonitorToolTest, WriteFailuresEndTheRunWithAMessageAndALeftReaderQuietly) {
-  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  Outcome run = RunToEnd({"--count", "3", "--period", "50"}, full);
-  close(full);
-  EXPECT_EQ(run.code, 1);
-  EXPECT_NE(run.err.find("cannot write to standard output: No space left on device"),
-            std::string::npos)
-      << run.err;
-  int pipe_fds[2];
-  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
-  close(pipe_fds[0]);
-  run = RunToEnd({"--period", "50"}, pipe_fds[1]);
-  close(pipe_fds[1]);
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.err, "");
+  const std::string needle = "\"" + std::to_string(busy) + "\":{";
+  Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", "json"});
+  ASSERT_GT(child.pid, 0);
+  const bool seen = Drain(child, milliseconds(30000), needle);
+  kill(busy, SIGKILL);
+  waitpid(busy, nullptr, 0);
+  ASSERT_TRUE(seen) << child.out_text << child.err_text;
+  // The pass under way at the exit may still have sampled it; the one after may not.
+  child.out_text.erase(0, child.out_text.rfind('\n') + 1);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  child.out_text.erase(0, child.out_text.find('\n') + 1);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  EXPECT_EQ(child.out_text.substr(0, child.out_text.find('\n')).find(needle), std::string::npos);
+  kill(child.pid, SIGTERM);
+  Drain(child, milliseconds(30000));
+  EXPECT_EQ(Reap(child), 0);
 }
 
 // What other users control (a registration directory anyone may write, a process's own command
@@ -456,11 +431,9 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_GE(pass["update_time"].get<uint64_t>(), history["times"].back().get<uint64_t>());
   EXPECT_FALSE(pass["cpu"].empty());
 
-  for (const char* bad : {"0", "-1", "x", "1e999", ""}) {
-    SCOPED_TRACE(bad);
+  for (const char* bad : {"0", "x", "1e999"}) {
     httplib::Result res = client.Get(std::string("/api/history?seconds=") + bad);
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, 400);
+    EXPECT_TRUE(res && res->status == 400) << bad;
   }
   // Another zefo-monitor on the same port says so and exits 2.
   const std::string where = "127.0.0.1:" + std::to_string(port);
