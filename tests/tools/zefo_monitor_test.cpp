@@ -400,29 +400,20 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   }
 
   // At a short period the dashboard's history keeps only its window (--history 1: one second,
-  // about 100 passes), every pass with its charted figures; /api/latest is the newest of them
-  // as the JSON format writes it.
-  const auto started = Clock::now();
-  std::size_t most = 0;
-  nlohmann::json history;
-  while (Clock::now() - started < std::chrono::seconds(3)) {
-    std::this_thread::sleep_for(milliseconds(200));
-    httplib::Result res = client.Get("/api/history");
-    ASSERT_TRUE(res && res->status == 200);
-    history = nlohmann::json::parse(res->body);
-    const auto& times = history["times"];
-    most = std::max(most, times.size());
-    ASSERT_LE(history["bytes"].get<std::size_t>(), history["budget_bytes"].get<std::size_t>());
-    if (times.size() > 1) {
-      ASSERT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
-    }
-    for (const auto& series : history["series"]) ASSERT_EQ(series["values"].size(), times.size());
-  }
+  // about 100 passes; the ring itself is tested in pass_history_test), every pass with its
+  // charted figures; /api/latest is the newest of them as the JSON format writes it.
+  std::this_thread::sleep_for(milliseconds(1500));
+  httplib::Result res = client.Get("/api/history");
+  ASSERT_TRUE(res && res->status == 200);
+  const nlohmann::json history = nlohmann::json::parse(res->body);
+  const auto& times = history["times"];
+  ASSERT_GE(times.size(), 2u);    // a loaded machine may take hundreds of ms a pass
+  EXPECT_LE(times.size(), 101u);  // one pass per 10 ms at the most
+  EXPECT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
-  EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
-  EXPECT_GE(most, 2u);    // a loaded machine may take hundreds of ms a pass
   EXPECT_FALSE(history["series"].empty());
+  for (const auto& series : history["series"]) EXPECT_EQ(series["values"].size(), times.size());
 
   httplib::Result latest = client.Get("/api/latest");
   ASSERT_TRUE(latest && latest->status == 200);
