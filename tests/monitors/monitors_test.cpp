@@ -16,6 +16,7 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -54,137 +55,113 @@ std::vector<std::string> Names(const BaseMonitor& monitor) {
   return names;
 }
 
-TEST(Readers, CpuStatLines) {
-  const std::string long_word = "cpu" + std::string(400, 'x');
-  const struct {
-    std::string line, word;  // word "-": the line is not taken
-    L counters;
-  } cases[] = {
-      {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
-      {"cpu3 1 2 3 4 5 6 7", "cpu3", {1, 2, 3, 4, 5, 6, 7, 0, 0, 0}},  // older kernels
-      {"cpu2 7 x 9", "cpu2", {7, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-      {"cpu0 -5 99999999999999999999", "cpu0", {-5, LLONG_MAX, 0, 0, 0, 0, 0, 0, 0, 0}},
-      {long_word + " 1", long_word.substr(0, 255), {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-      {"intr 197539 0 0", "-", {}},
-      {"   \t", "-", {}},
-      {std::string("\x01\xff\0cpu", 6), "-", {}},
+// An input as the golden file shows it: control bytes and bytes beyond ASCII escaped, long runs
+// of one character counted.
+std::string Shown(const std::string& in) {
+  std::string out;
+  for (std::size_t i = 0; i < in.size();) {
+    std::size_t run = 1;
+    while (i + run < in.size() && in[i + run] == in[i]) ++run;
+    const auto byte = static_cast<unsigned char>(in[i]);
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02x", byte);
+    const std::string one = byte >= 0x20 && byte < 0x7f ? std::string(1, in[i]) : hex;
+    out += run > 8 ? one + "{" + std::to_string(run) + "}" : std::string();
+    for (std::size_t k = 0; run <= 8 && k < run; ++k) out += one;
+    i += run;
+  }
+  return "\"" + out + "\"";
+}
+
+std::string Figures(std::initializer_list<long long> figures) {
+  std::string out;
+  for (long long f : figures) out += " " + std::to_string(f);
+  return out;
+}
+
+// Every reader's result for odd and hostile lines, one line per input, in readers.txt.
+TEST(Readers, OddAndHostileLines) {
+  std::ostringstream out;
+  const auto table = [&](const char* reader, const std::vector<std::string>& inputs,
+                         const std::function<std::string(std::string)>& show) {
+    out << reader << ":\n";
+    for (const std::string& in : inputs) out << "  " << Shown(in) << " ->" << show(in) << "\n";
   };
-  for (const auto& c : cases) {
-    std::string word = "-";
-    CpuState s;
-    s.user = s.guest_nice = 77;  // left over from an earlier line
-    EXPECT_EQ(detail::ParseCpuStatLine(c.line.c_str(), word, s), c.word != "-") << c.line;
-    EXPECT_EQ(word, c.word);
-    if (c.word != "-") {
-      EXPECT_EQ(L({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal, s.guest,
-                   s.guest_nice}),
-                c.counters);
-    }
-  }
-}
-
-TEST(Readers, Meminfo) {
-  const struct {
-    std::string text;
-    L fields;  // total free shared buffers cached shmem sreclaimable swap_total swap_free
-  } cases[] = {
-      {"", {-1, -1, -1, -1, -1, -1, -1, -1, -1}},
-      // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale.
-      {"MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
-       {2097152, 7, 3072, -1, 9663676416, -1, -1, -1, -1}},
-      // One number and one unit serve the whole file: a bare key reuses the last ones.
-      {"MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
-       {4096, 4096, -1, 5120, 6, -1, -1, -1, -1}},
-      {"\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
-           std::string(5000, 'M') + " 1 kB\n",
-       {-1, -1, -1, -1, -1, -1, -1, -1, -1024}},  // the huge number wraps, but nothing crashes
-  };
-  for (auto c : cases) {
-    MemoryState s;
-    detail::ParseMeminfoInPlace(c.text, s);
-    EXPECT_EQ(L({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem, s.sreclaimable,
-                 s.swap_total, s.swap_free}),
-              c.fields);
-  }
-}
-
-TEST(Readers, ZoneTemperatures) {
-  const struct {
-    const char* text;
-    int raw;
-    double celsius;  // up to 1000 the driver gives degrees, above it millidegrees
-  } cases[] = {{"45000\n", 45000, 45.0},
-               {"1000", 1000, 1000.0},
-               {"1001", 1001, 1.001},
-               {"-5000", -5000, -5000.0},
-               {"n/a", -1, -1.0},
-               {"", -1, -1.0},
-               {"99999999999999", INT_MAX, 2147483.647}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(detail::ParseZoneTemp(c.text), c.raw) << c.text;
-    EXPECT_DOUBLE_EQ(detail::ZoneCelsius(c.raw), c.celsius) << c.text;
-  }
-}
-
-TEST(Readers, NetDevLines) {
-  const struct {
-    std::string line, name;  // name "keep": the line is not taken
-    L figures;               // rx_bytes rx_packets tx_bytes tx_compressed
-  } cases[] = {
-      {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
-       "   0    0     0       0          7",
-       "lo:",
-       {3267, 29, 3267, 7}},
-      // The counter touches the colon: it stays in the name and the rest moves one place left.
-      {"  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
-       "   0    0     0       0          0",
-       "eth0:18707308",
-       {781, 0, 663, 0}},
-      {"  wlan0: 5 6 junk 8", "wlan0:", {5, 6, 0, 0}},
-      {"", "keep", {99, 99, 99, 99}},
-      {std::string(300, 'n') + ": 1 2 3", "keep", {99, 99, 99, 99}},
-  };
-  for (const auto& c : cases) {
-    std::string name = "keep";
-    NetworkState s;
-    s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
-    EXPECT_EQ(detail::ParseNetDevLine(c.line.c_str(), name, s), c.name != "keep") << c.line;
-    EXPECT_EQ(name, c.name);
-    EXPECT_EQ(L({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed}), c.figures) << c.line;
-  }
-}
-
-TEST(Readers, DiskstatsAndMounts) {
+  table("cpu line (word, then the ten counters; 77 left over from an earlier line)",
+        {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu3 1 2 3 4 5 6 7", "cpu2 7 x 9",
+         "cpu0 -5 99999999999999999999", "cpu" + std::string(400, 'x') + " 1", "intr 197539 0 0",
+         "   \t", std::string("\x01\xff\0cpu", 6)},
+        [](const std::string& in) {
+          std::string word = "-";
+          CpuState s;
+          s.user = s.guest_nice = 77;
+          const bool taken = detail::ParseCpuStatLine(in.c_str(), word, s);
+          return (taken ? " " : " refused ") + Shown(word) +
+                 Figures({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal,
+                          s.guest, s.guest_nice});
+        });
+  // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale; one number
+  // and one unit serve the whole file, so a bare key reuses the last ones.
+  table("meminfo (total free shared buffers cached shmem sreclaimable swap_total swap_free)",
+        {"", "MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
+         "MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
+         "\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
+             std::string(5000, 'M') + " 1 kB\n"},
+        [](std::string in) {
+          MemoryState s;
+          detail::ParseMeminfoInPlace(in, s);
+          return Figures({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem, s.sreclaimable,
+                          s.swap_total, s.swap_free});
+        });
+  // Up to 1000 the driver gives degrees, above it millidegrees.
+  table("zone temperature (raw, degrees)",
+        {"45000\n", "1000", "1001", "-5000", "n/a", "", "99999999999999"},
+        [](const std::string& in) {
+          const int raw = detail::ParseZoneTemp(in.c_str());
+          return " " + std::to_string(raw) + " " + std::to_string(detail::ZoneCelsius(raw));
+        });
+  // A counter that touches the colon stays in the name and the rest moves one place left.
+  table("net/dev line (name, rx_bytes rx_packets tx_bytes tx_compressed; 99 left over)",
+        {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
+         "   0    0     0       0          7",
+         "  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
+         "   0    0     0       0          0",
+         "  wlan0: 5 6 junk 8", "", std::string(300, 'n') + ": 1 2 3"},
+        [](const std::string& in) {
+          std::string name = "-";
+          NetworkState s;
+          s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
+          const bool taken = detail::ParseNetDevLine(in.c_str(), name, s);
+          return (taken ? " " : " refused ") + Shown(name) +
+                 Figures({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed});
+        });
+  // 14 fields, 20 (discards and flushes), cut short (the rest reads 0).
   const std::string counters = " 11 12 13 14 15 16 17 18 19 20 21";
-  const struct {
-    std::string line;
-    L figures;  // sectors read, written, weighted time; {} when refused
-  } lines[] = {
-      {"   8       1 sda1" + counters, {13, 17, 21}},                   // 14 fields
-      {"   8       1 sda1" + counters + " 1 2 3 4 5 6", {13, 17, 21}},  // 20: discards, flushes
-      {"   8       1 sda1 11 12 13", {13, 0, 0}},  // cut short: the rest reads 0
-      {"   8       1 " + std::string(300, 'x') + counters, {}},
-      {"sda1 8 1" + counters, {}},
-  };
-  for (const auto& c : lines) {
-    DiskState s;
-    s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
-    EXPECT_EQ(detail::ParseDiskstatsLine(c.line.c_str(), s), !c.figures.empty()) << c.line;
-    if (!c.figures.empty()) {
-      EXPECT_EQ(L({s.sectors_read, s.sectors_written, s.weighted_io_time_ms}), c.figures);
-    }
-  }
+  table("diskstats line (sectors read, written, weighted time; 99 left over)",
+        {"   8       1 sda1" + counters, "   8       1 sda1" + counters + " 1 2 3 4 5 6",
+         "   8       1 sda1 11 12 13", "   8       1 " + std::string(300, 'x') + counters,
+         "sda1 8 1" + counters},
+        [](const std::string& in) {
+          DiskState s;
+          s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
+          const bool taken = detail::ParseDiskstatsLine(in.c_str(), s);
+          return (taken ? "" : " refused") +
+                 Figures({s.sectors_read, s.sectors_written, s.weighted_io_time_ms});
+        });
+  // The previous mount point stays when a line has one word; a word too long for its buffer
+  // refuses the line whole, never split in two.
+  std::string fs = "old-fs", mp = "/old";
+  table("mount line (words taken, file system, mount point)",
+        {"/dev/vda1 /boot ext4 rw 0 0", "none", "", "/dev/x /" + std::string(300, 'm')},
+        [&](const std::string& in) {
+          const int words = detail::ParseMountLine(in.c_str(), fs, mp);
+          return " " + std::to_string(words) + " " + Shown(fs) + " " + Shown(mp);
+        });
+  testing::ExpectGolden("readers.txt", out.str());
   uint64_t key = 0;
   // Minor 256 spills into the major's bits: the key is that of 9:0, not of 8:256.
   ASSERT_TRUE(detail::ParseDiskstatsKey("8 256 sdq", key));
   EXPECT_EQ(key, makedev(9, 0));
-  std::string fs = "old-fs", mp = "/old";
-  EXPECT_EQ(detail::ParseMountLine("/dev/vda1 /boot ext4 rw 0 0", fs, mp), 2);
-  EXPECT_EQ(detail::ParseMountLine("none", fs, mp), 1);  // the previous mount point stays
-  EXPECT_EQ(detail::ParseMountLine("", fs, mp), 0);
-  // A word too long for its buffer: the line is refused whole, never split in two.
-  EXPECT_EQ(detail::ParseMountLine(("/dev/x /" + std::string(300, 'm')).c_str(), fs, mp), -1);
-  EXPECT_EQ(fs + " " + mp, "none /boot");
 }
 
 // Records of the DDR device; record k carries (k + 1) MiB on the CPU port.
