@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -190,6 +191,31 @@ TEST(Readers, DdrRecords) {
       EXPECT_EQ(s.bandwidth["CPU"].read, mib * 1048576) << length;
     }
   }
+}
+
+// A board without any of the files: every monitor passes over it, and only memory has an item
+// (of unknown figures). A CPU name with a slash never leads the frequency reader elsewhere.
+TEST(MonitorsTest, EmptyTreeAndANameThatWouldLeadElsewhere) {
+  FixtureTree empty;
+  const KernelPaths paths = empty.paths();
+  std::unique_ptr<BaseMonitor> monitors[] = {
+      std::make_unique<CpuMonitor>(paths),     std::make_unique<BpuMonitor>(paths),
+      std::make_unique<DiskMonitor>(paths),    std::make_unique<MemoryMonitor>(paths),
+      std::make_unique<NetworkMonitor>(paths), std::make_unique<TemperatureMonitor>(paths),
+      std::make_unique<QeltDdrMonitor>(paths), std::make_unique<ProcInfoMonitor>(paths)};
+  for (auto& monitor : monitors) {
+    monitor->DoMonitor();
+    monitor->DoMonitor();
+    EXPECT_EQ(monitor->Items().size(), monitor->Type() == Memory ? 1u : 0u) << monitor->Type();
+  }
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  tree.Write("proc/stat", "cpu  1 2 3 4\ncpu0/../cpu0 1 2 3 4\n");
+  CpuMonitor cpu(tree.paths());
+  cpu.DoMonitor();
+  cpu.DoMonitor();
+  ASSERT_NE(Item<CpuResourceItem>(cpu, "cpu0/../cpu0"), nullptr);
+  EXPECT_EQ(Item<CpuResourceItem>(cpu, "cpu0/../cpu0")->cur_freq, -1);
 }
 
 TEST(CpuMonitorTest, OfflineCpuKeepsItsItemAndBackwardsCountersGoNegative) {
