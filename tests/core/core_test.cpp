@@ -66,6 +66,12 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   }
   tree.Symlink(tree.Path("two"), "link");
   EXPECT_EQ(monitor.ReadFile(tree.Path("link")).size(), 2u);
+  // A host that closed its standard input gets descriptor 0 for the next file opened.
+  const int stdin_copy = dup(0);
+  close(0);
+  EXPECT_EQ(monitor.ReadFile(tree.Path("two")).size(), 2u);
+  dup2(stdin_copy, 0);
+  close(stdin_copy);
   EXPECT_TRUE(monitor.ReadFileNoFollow(tree.Path("link")).empty());
   std::string big, text;
   while (big.size() < 10u * 1024 * 1024) big += std::string(1023, 'a') + "\n";
