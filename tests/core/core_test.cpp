@@ -1,5 +1,6 @@
 // The core: kernel-file readers, the two-sample update, the aggregator's report frame, lookup
 // and replacement, the companion thread, timer and lock, and hosts reading while passes run.
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -70,6 +71,7 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   const int stdin_copy = dup(0);
   close(0);
   EXPECT_EQ(monitor.ReadFile(tree.Path("two")).size(), 2u);
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);  // and closed again
   dup2(stdin_copy, 0);
   close(stdin_copy);
   EXPECT_TRUE(monitor.ReadFileNoFollow(tree.Path("link")).empty());

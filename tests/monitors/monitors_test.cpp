@@ -324,6 +324,13 @@ TEST(DiskMonitorTest, MountsMatchTheirDeviceLineOnly) {
   g_now += 1000;
   EXPECT_TRUE(monitor.DoMonitor());
   ASSERT_EQ(Names(monitor), (std::vector<std::string>{"/data", "/data2"}));
+  // A line of one word keeps the last mount point, under the new word.
+  tree.Write("proc/mounts", "/dev/fake /data ext4 rw 0 0\nnone\n");
+  std::string table;
+  for (const auto& [device, mounts] : monitor.GetMounts()) {
+    for (const Mount& m : mounts) table += m.file_system + m.mount_point + " ";
+  }
+  EXPECT_EQ(table, "/dev/fake/data none/data ");
   struct statvfs vfs;
   ASSERT_EQ(statvfs(tree.Path("rootfs/data").c_str(), &vfs), 0);
   for (const char* mount_point : {"/data", "/data2"}) {
