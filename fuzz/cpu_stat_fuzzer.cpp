@@ -1,13 +1,13 @@
-// /proc/stat as both monitors read it: the CPU monitor line by line (in place and from a copied
-// line, which must agree), the process monitor's machine-wide sample against sscanf, and the
-// CPU figures of successive lines taken as successive samples.
+// /proc/stat as both monitors read it: the CPU monitor line by line, the process monitor's
+// machine-wide sample against sscanf, and the CPU figures of successive lines taken as successive
+// samples.
 #include <cstring>
 #include <sstream>
 
 #include "core/counter_math.h"
 #include "fuzz_support.h"
 #include "monitors/cpu_parse.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 #include "zefo/cpu_monitor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -22,23 +22,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   detail::ForEachLineInPlace(in_place, [&](const char* line) {
     CpuState state;
     state.user = 77;
+    word = "keep";
     const bool taken = detail::ParseCpuStatLine(line, word, state);
-    std::string copied_word = "keep";
-    CpuState copied;
-    const bool copied_taken = detail::ParseCpuStatLine(std::string(line), copied_word, copied);
-    ZEFO_FUZZ_CHECK(taken == copied_taken, text);
     if (!taken) {
-      ZEFO_FUZZ_CHECK(state.user == 77 && copied_word == "keep", text);
+      ZEFO_FUZZ_CHECK(state.user == 77 && word == "keep", text);
       return;
     }
-    ZEFO_FUZZ_CHECK(word == copied_word && word.size() <= 255 && word.compare(0, 3, "cpu") == 0,
-                    text);
+    ZEFO_FUZZ_CHECK(word.size() <= 255 && word.compare(0, 3, "cpu") == 0, text);
     long long sum = 0;
     for (long long c : {state.user, state.nice, state.system, state.idle, state.iowait, state.irq,
                         state.softirq, state.steal, state.guest, state.guest_nice}) {
       sum = detail::WrappingAdd(sum, c);
     }
-    ZEFO_FUZZ_CHECK(state.total == sum && copied.total == sum, text);
+    ZEFO_FUZZ_CHECK(state.total == sum, text);
     // Every CPU line is a sample of one item: figures of arbitrary pairs must stay defined.
     info.Update(&items, "cpu", state, now++);
   });

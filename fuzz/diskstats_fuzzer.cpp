@@ -20,15 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     DiskState state;
     state.name = "keep";
     const bool parsed = detail::ParseDiskstatsLine(line, state);
-    DiskState copied;
-    ZEFO_FUZZ_CHECK(detail::ParseDiskstatsLine(std::string(line), copied) == parsed, text);
     if (!parsed) {
       ZEFO_FUZZ_CHECK(state.name == "keep", text);
       return;
     }
     // A line the counters read from starts with two numbers, so it has a key too.
-    ZEFO_FUZZ_CHECK(keyed && state.name.size() <= 255 && state.name == copied.name, text);
-    ZEFO_FUZZ_CHECK(state.sectors_read == copied.sectors_read, text);
+    ZEFO_FUZZ_CHECK(keyed && state.name.size() <= 255, text);
     info.Update(&items, "/", state, now);
     now += (state.minor & 3);  // equal stamps too: a zero interval must stay defined
   });

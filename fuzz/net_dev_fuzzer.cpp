@@ -5,7 +5,7 @@
 
 #include "fuzz_support.h"
 #include "monitors/network_parse.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 #include "zefo/network_monitor.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

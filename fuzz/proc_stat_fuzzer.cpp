@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "fuzz_support.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;

@@ -1,6 +1,6 @@
 // /proc/<pid>/statm: the hand-written scanner against sscanf with the statm format.
 #include "fuzz_support.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;

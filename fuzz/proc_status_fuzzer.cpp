@@ -1,7 +1,7 @@
 // /proc/<pid>/status: the hand-written scanner against sscanf with the status format, line by
 // line, the unit carried over from line to line.
 #include "fuzz_support.h"
-#include "support/proc_sscanf_reference.h"
+#include "proc_sscanf_reference.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zefo;

@@ -16,12 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string temp_line(parts[1].substr(0, parts[1].find('\n')));
 
   std::string type = "keep";
-  const bool typed = detail::ParseZoneType(type_line, type);
+  const bool typed = detail::ParseZoneType(type_line.c_str(), type);
   char word[256] = {};
   ZEFO_FUZZ_CHECK(typed == (std::sscanf(type_line.c_str(), "%255s", word) == 1), input);
   ZEFO_FUZZ_CHECK(typed ? type == word : type == "keep", input);
 
-  const int raw = detail::ParseZoneTemp(temp_line);
+  const int raw = detail::ParseZoneTemp(temp_line.c_str());
   long long wide = 0;
   const int read = std::sscanf(temp_line.c_str(), "%lld", &wide);
   if (read != 1) {

@@ -103,18 +103,5 @@ bool IsProcfsMount(const std::string& dir) {
   return ::statfs(dir.c_str(), &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
 }
 
-void SplitLines(std::string_view text, std::list<std::string>& lines) {
-  std::size_t start = 0;
-  while (start < text.size()) {
-    const std::size_t end = text.find('\n', start);
-    if (end == std::string_view::npos) {
-      lines.emplace_back(text.substr(start));
-      return;
-    }
-    lines.emplace_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-}
-
 }  // namespace detail
 }  // namespace zefo

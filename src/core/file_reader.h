@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/lines.h"
+
 namespace zefo {
 namespace detail {
 
@@ -52,30 +54,6 @@ ReadStatus ReadWholeFile(const std::string& path, std::string& out,
 
 /// Whether `dir` is the root of a procfs mount (statfs says so; symbolic links followed).
 bool IsProcfsMount(const std::string& dir);
-
-/// Splits text into lines as a line reader would: newlines removed, an empty line kept as an
-/// empty string, a last line without a newline kept, nothing for the empty rest after a final
-/// newline. Appends to `lines`.
-void SplitLines(std::string_view text, std::list<std::string>& lines);
-
-// Cuts `text` into lines in place, each newline becoming a NUL, and calls fn(const char* line)
-// for each line as SplitLines would split them. The lines are C strings inside `text`, so the
-// scanf-style parsers read them where they lie: nothing is copied or allocated. A line holding a
-// NUL of its own ends there for such a parser, as it would in a copy.
-template <typename Fn>
-void ForEachLineInPlace(std::string& text, Fn&& fn) {
-  std::size_t start = 0;
-  while (start < text.size()) {
-    std::size_t end = text.find('\n', start);
-    if (end == std::string::npos) {
-      end = text.size();  // the string's own terminating NUL ends the last line
-    } else {
-      text[end] = '\0';
-    }
-    fn(static_cast<const char*>(text.c_str() + start));
-    start = end + 1;
-  }
-}
 
 }  // namespace detail
 }  // namespace zefo

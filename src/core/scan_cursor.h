@@ -130,11 +130,6 @@ class ScanCursor {
   const char* end_;
 };
 
-// The text up to (not including) its first newline: the line a line reader gives first.
-inline std::string_view FirstLineOf(std::string_view text) {
-  return text.substr(0, text.find('\n'));
-}
-
 // Bytes per unit word of the kernel's "kB"-style figures: "kB" 1024, "MB" 2^20, "GB" 2^30,
 // anything else (including "B" and the empty word) 1. BaseMonitor::UnitToBytes is this.
 inline uint64_t UnitMultiplier(std::string_view unit) {

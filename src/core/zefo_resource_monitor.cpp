@@ -9,6 +9,7 @@
 #include <cmath>
 #include <iostream>
 
+#include "core/report_frame.h"
 #include "zefo/bpu_monitor.h"
 #include "zefo/cpu_monitor.h"
 #include "zefo/disk_monitor.h"
@@ -222,11 +223,9 @@ uint64_t ZefoResourceMonitor::GetPassCosts(std::vector<MonitorPassCost>& costs) 
 void ZefoResourceMonitor::PrintToStream(std::ostream& os) {
   {
     ZefoSpinGuard guard(thread->Spin());
-    os << "update time: " << thread->UpdateTime() << std::endl;
-    for (auto& entry : monitors) {
+    detail::WriteReportFrame(os, thread->UpdateTime(), monitors, [&os](const auto& entry) {
       for (auto& item : entry.second->Items()) item.second->PrintToStream(os);
-      os << "--------------------" << std::endl;
-    }
+    });
   }
   os << std::endl;
 }

@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "core/report_frame.h"
 #include "format/text.h"
 
 namespace zefo::format {
@@ -76,40 +77,28 @@ std::string FormatPass(const Snapshot& pass, Format format, const FormatOptions&
   return std::string();
 }
 
-// The frame is the aggregator's: the time, each monitor's blocks in name order followed by a
-// line of hyphens, a closing empty line.
 std::string FormatReport(const Snapshot& pass) {
   std::ostringstream os;
-  os << "update time: " << pass.update_time << std::endl;
-  for (ResourceMonitorType type : pass.kinds) {
+  zefo::detail::WriteReportFrame(os, pass.update_time, pass.kinds, [&](ResourceMonitorType type) {
     switch (type) {
       case Cpu:
-        PrintItems(os, pass.cpu);
-        break;
+        return PrintItems(os, pass.cpu);
       case Bpu:
-        PrintItems(os, pass.bpu);
-        break;
+        return PrintItems(os, pass.bpu);
       case Disk:
-        PrintItems(os, pass.disk);
-        break;
+        return PrintItems(os, pass.disk);
       case Memory:
-        PrintItems(os, pass.memory);
-        break;
+        return PrintItems(os, pass.memory);
       case Network:
-        PrintItems(os, pass.network);
-        break;
+        return PrintItems(os, pass.network);
       case Temperature:
-        PrintItems(os, pass.temperature);
-        break;
+        return PrintItems(os, pass.temperature);
       case QeltDdr:
-        PrintItems(os, pass.ddr);
-        break;
+        return PrintItems(os, pass.ddr);
       case ProcInfo:
-        PrintItems(os, pass.process);
-        break;
+        return PrintItems(os, pass.process);
     }
-    os << "--------------------" << std::endl;
-  }
+  });
   os << std::endl;
   return os.str();
 }

@@ -113,7 +113,7 @@ void CpuMonitor::GetCpuFreq(const std::string& name, CpuState& state) const {
     path_ += file;
     detail::ReadWholeFile(path_, value_text_);
     out = -1;
-    detail::ScanCursor(detail::FirstLineOf(value_text_)).Number(out);
+    detail::ScanCursor(detail::FirstLine(value_text_)).Number(out);
   };
   read("cpuinfo_min_freq", state.min_freq);
   read("cpuinfo_max_freq", state.max_freq);

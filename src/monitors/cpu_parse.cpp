@@ -9,10 +9,6 @@
 namespace zefo {
 namespace detail {
 
-bool ParseCpuStatLine(const std::string& line, std::string& word, CpuState& out) {
-  return ParseCpuStatLine(line.c_str(), word, out);
-}
-
 bool ParseCpuStatLine(const char* line, std::string& word, CpuState& out) {
   static_assert(BaseMonitor::kWordSize == 256, "the formats below bound the word to 255 bytes");
   char first[BaseMonitor::kWordSize] = {};

@@ -19,7 +19,6 @@ namespace detail {
 // "cpu"), resets all of `out` to zero, reads as many of the ten counters as the line holds (older
 // kernels write fewer; the rest stay 0), sets `out.total` to their sum and returns true. The
 // frequency fields are left at 0 for the caller to fill.
-bool ParseCpuStatLine(const std::string& line, std::string& word, CpuState& out);
 bool ParseCpuStatLine(const char* line, std::string& word, CpuState& out);
 
 }  // namespace detail

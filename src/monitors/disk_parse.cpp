@@ -9,10 +9,6 @@ namespace detail {
 
 static_assert(BaseMonitor::kWordSize == 256, "the formats below bound words to 255 bytes");
 
-int ParseMountLine(const std::string& line, std::string& file_system, std::string& mount_point) {
-  return ParseMountLine(line.c_str(), file_system, mount_point);
-}
-
 int ParseMountLine(const char* line, std::string& file_system, std::string& mount_point) {
   char first[BaseMonitor::kWordSize] = {};
   char second[BaseMonitor::kWordSize] = {};
@@ -28,10 +24,6 @@ int ParseMountLine(const char* line, std::string& file_system, std::string& moun
   return words;
 }
 
-bool ParseDiskstatsKey(const std::string& line, uint64_t& key) {
-  return ParseDiskstatsKey(line.c_str(), key);
-}
-
 bool ParseDiskstatsKey(const char* line, uint64_t& key) {
   // Unsigned long long, not unsigned long: the key must be 64 bits on 32-bit boards too.
   unsigned long long major = 0;
@@ -39,10 +31,6 @@ bool ParseDiskstatsKey(const char* line, uint64_t& key) {
   if (std::sscanf(line, "%llu %llu", &major, &minor) != 2) return false;
   key = static_cast<uint64_t>((major << 8) | minor);
   return true;
-}
-
-bool ParseDiskstatsLine(const std::string& line, DiskState& out) {
-  return ParseDiskstatsLine(line.c_str(), out);
 }
 
 bool ParseDiskstatsLine(const char* line, DiskState& out) {

@@ -15,7 +15,6 @@ namespace detail {
 // A word the line lacks leaves its argument as it was, so a line of one word keeps the mount
 // point of the line before. Returns the number of words taken, or -1 (nothing changed) when
 // one of them is longer than 255 bytes: such a line cannot be queried as written.
-int ParseMountLine(const std::string& line, std::string& file_system, std::string& mount_point);
 int ParseMountLine(const char* line, std::string& file_system, std::string& mount_point);
 
 // One line of /proc/diskstats. Kernels up to 4.18 give 14 fields; newer ones add four discard
@@ -29,14 +28,12 @@ int ParseMountLine(const char* line, std::string& file_system, std::string& moun
 // st_dev only for minor numbers below 256 and major numbers below 4096, the old 16-bit device
 // numbering; a device outside it never matches its mounts. False when the line does not start
 // with two numbers.
-bool ParseDiskstatsKey(const std::string& line, uint64_t& key);
 bool ParseDiskstatsKey(const char* line, uint64_t& key);
 
 // Fills `out`'s major, minor, name and eleven counters from the line; the mount fields are left
 // alone. Every one of those fields is reset first, so one the line lacks reads 0 (or empty).
 // False, with `out` unchanged, when the line does not start with two numbers or its name is
 // longer than 255 bytes.
-bool ParseDiskstatsLine(const std::string& line, DiskState& out);
 bool ParseDiskstatsLine(const char* line, DiskState& out);
 
 }  // namespace detail

@@ -59,12 +59,6 @@ class MeminfoLines {
 
 }  // namespace
 
-void ParseMeminfo(const std::list<std::string>& lines, MemoryState& out) {
-  MeminfoLines parser;
-  for (const std::string& line : lines) parser.Line(line.c_str());
-  out = parser.State();
-}
-
 void ParseMeminfoInPlace(std::string& text, MemoryState& out) {
   MeminfoLines parser;
   ForEachLineInPlace(text, [&parser](const char* line) { parser.Line(line); });

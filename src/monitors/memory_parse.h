@@ -1,7 +1,6 @@
 #ifndef ZEFO_SRC_MONITORS_MEMORY_PARSE_H_
 #define ZEFO_SRC_MONITORS_MEMORY_PARSE_H_
 
-#include <list>
 #include <string>
 
 #include "zefo/memory_monitor.h"
@@ -9,7 +8,7 @@
 namespace zefo {
 namespace detail {
 
-// The lines of /proc/meminfo, in file order:
+// The whole text of /proc/meminfo, cut into lines in place (its newlines become NULs):
 //
 // "MemTotal:       24684092 kB"
 //  key             number   unit
@@ -21,8 +20,6 @@ namespace detail {
 // normally stays -1. One number and one unit buffer serve the whole file, so they carry over from
 // line to line: a known key with no number of its own takes the last number read, and a number
 // without a unit the last unit.
-void ParseMeminfo(const std::list<std::string>& lines, MemoryState& out);
-// The same over the whole text of the file, cut into lines in place (its newlines become NULs).
 void ParseMeminfoInPlace(std::string& text, MemoryState& out);
 
 }  // namespace detail

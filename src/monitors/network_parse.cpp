@@ -9,10 +9,6 @@ namespace detail {
 
 static_assert(BaseMonitor::kWordSize == 256, "the format below bounds the name to 255 bytes");
 
-bool ParseNetDevLine(const std::string& line, std::string& name, NetworkState& out) {
-  return ParseNetDevLine(line.c_str(), name, out);
-}
-
 bool ParseNetDevLine(const char* line, std::string& name, NetworkState& out) {
   char word[BaseMonitor::kWordSize] = {};
   int word_end = -1;

@@ -17,7 +17,6 @@ namespace detail {
 // later counter moves one place left. All sixteen counters are reset first, so one the line
 // lacks reads 0. False, with nothing changed, for a line without a word or whose first word is
 // longer than 255 bytes.
-bool ParseNetDevLine(const std::string& line, std::string& name, NetworkState& out);
 bool ParseNetDevLine(const char* line, std::string& name, NetworkState& out);
 
 }  // namespace detail

@@ -52,13 +52,6 @@ bool ForEachZone(const std::string& dir, std::string& path, Fn&& fn) {
   return true;
 }
 
-// Cuts `text` at its first newline: what is left is the first line, as a C string.
-const char* FirstLineInPlace(std::string& text) {
-  const std::size_t end = text.find('\n');
-  if (end != std::string::npos) text[end] = '\0';
-  return text.c_str();
-}
-
 }  // namespace
 
 bool TemperatureMonitor::GetThermalZone(std::list<std::string>& zones) const {
@@ -70,7 +63,7 @@ bool TemperatureMonitor::GetThermalZone(std::list<std::string>& zones) const {
 bool TemperatureMonitor::ReadTemperatureValue(const std::string& zone) {
   file_.assign(zone).append("/type");
   detail::ReadWholeFile(file_, text_);
-  if (text_.empty() || !detail::ParseZoneType(FirstLineInPlace(text_), state_.zone_type)) {
+  if (text_.empty() || !detail::ParseZoneType(detail::FirstLineInPlace(text_), state_.zone_type)) {
     return false;
   }
   // The reader never blocks on a FIFO or device planted here, and a driver whose read fails
@@ -78,7 +71,7 @@ bool TemperatureMonitor::ReadTemperatureValue(const std::string& zone) {
   file_.assign(zone).append("/temp");
   detail::ReadWholeFile(file_, text_);
   if (text_.empty()) return false;
-  state_.temp = detail::ParseZoneTemp(FirstLineInPlace(text_));
+  state_.temp = detail::ParseZoneTemp(detail::FirstLineInPlace(text_));
   info_->Update(MutableItems(), state_.zone_type, state_, Now());
   return true;
 }

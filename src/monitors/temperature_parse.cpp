@@ -11,19 +11,11 @@ namespace detail {
 
 static_assert(BaseMonitor::kWordSize == 256, "the format below bounds the type to 255 bytes");
 
-bool ParseZoneType(const std::string& line, std::string& type) {
-  return ParseZoneType(line.c_str(), type);
-}
-
 bool ParseZoneType(const char* line, std::string& type) {
   char word[BaseMonitor::kWordSize] = {};
   if (std::sscanf(line, "%255s", word) != 1) return false;
   type = word;
   return true;
-}
-
-int ParseZoneTemp(const std::string& line) {
-  return ParseZoneTemp(line.c_str());
 }
 
 int ParseZoneTemp(const char* line) {

@@ -8,13 +8,11 @@ namespace detail {
 
 // The first line of a zone's type file, e.g. "x86_pkg_temp" or "cpu-thermal": its first word,
 // cut to 255 bytes. False when the line holds no word.
-bool ParseZoneType(const std::string& line, std::string& type);
 bool ParseZoneType(const char* line, std::string& type);
 
 // The first line of a zone's temp file: millidegrees on most drivers ("45000"), whole degrees
 // on some ("45"). The leading integer, as "%d" reads it; -1 when the line does not start with
 // one, and clamped to the range of int when it is too long.
-int ParseZoneTemp(const std::string& line);
 int ParseZoneTemp(const char* line);
 
 // Degrees Celsius from a raw reading. Drivers that report whole degrees stay far below 1000,

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/counter_math.h"
+#include "core/lines.h"
 #include "core/scan_cursor.h"
 #include "zefo/base_monitor.h"
 
@@ -15,34 +16,6 @@ namespace detail {
 namespace {
 
 static_assert(BaseMonitor::kWordSize == 256, "the word widths in the formats assume 256 bytes");
-
-// Walks a file's text line by line, splitting as a line reader does (no newlines, an empty line
-// kept, a last line without a newline kept, nothing after a final newline). sscanf needs C
-// strings, so a line is copied into one reused buffer, and only when asked for.
-class LineWalker {
- public:
-  explicit LineWalker(std::string_view text) : text_(text) {}
-
-  bool Next() {
-    if (pos_ >= text_.size()) return false;
-    const std::size_t end = text_.find('\n', pos_);
-    const std::size_t stop = end == std::string_view::npos ? text_.size() : end;
-    line_ = text_.substr(pos_, stop - pos_);
-    pos_ = end == std::string_view::npos ? text_.size() : end + 1;
-    return true;
-  }
-  std::string_view View() const { return line_; }
-  const char* CStr() {
-    buffer_.assign(line_.data(), line_.size());
-    return buffer_.c_str();
-  }
-
- private:
-  std::string_view text_;
-  std::size_t pos_ = 0;
-  std::string_view line_;
-  std::string buffer_;
-};
 
 // The blanks of scanf's "%s" in the C locale.
 bool IsBlank(char c) {
@@ -101,10 +74,6 @@ ProcInfoFormats MakeProcInfoFormats() {
   f.io = "%255s %lld";
   f.net = "%255s %lld %*lld %*lld %*lld %*lld %*lld %*lld %*lld %lld";
   return f;
-}
-
-std::string_view FirstLine(std::string_view text) {
-  return text.substr(0, text.find('\n'));
 }
 
 void ParseProcStat(std::string_view text, ProcInfoState& out) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/lines.h"
 #include "zefo/procinfo_monitor.h"
 
 namespace zefo {
@@ -29,9 +30,6 @@ struct ProcInfoFormats {
   std::string net;
 };
 ProcInfoFormats MakeProcInfoFormats();
-
-// The text up to (not including) the first newline.
-std::string_view FirstLine(std::string_view text);
 
 // One line of /proc/<pid>/stat; fills pid, name, state, ppid .. stime, start_time, processor and
 // blkio_ticks as read (clock ticks; the hundredths are the monitor's business). The command name

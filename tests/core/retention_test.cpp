@@ -1,25 +1,19 @@
 // Telling the items the newest pass rewrote from those of names that have gone, and forgetting
-// names unseen for a while: every kind, on one fixture tree.
+// names unseen for a while: every kind, over the fixture board with one name taken away.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
-#include <vector>
 
-#include "support/fixture_tree.h"
-#include "zefo/bpu_monitor.h"
-#include "zefo/cpu_monitor.h"
+#include "support/board.h"
 #include "zefo/disk_monitor.h"
-#include "zefo/memory_monitor.h"
-#include "zefo/network_monitor.h"
-#include "zefo/procinfo_monitor.h"
-#include "zefo/qeltddr_monitor.h"
-#include "zefo/temperature_monitor.h"
 #include "zefo/zefo_resource_monitor.h"
 
 namespace zefo {
@@ -32,50 +26,18 @@ int64_t FakeNow() {
   return g_now;
 }
 
-std::string StatLine(const std::string& pid) {
-  std::string line =
-      pid + " (sleeper) S 1 " + pid + " " + pid + " 0 -1 0 0 0 0 0 5 5 0 0 20 0 1 0 50";
-  for (int field = 23; field <= 44; ++field) line += " 0";
-  return line + "\n";
-}
-
-// Writes one pass's files of a kind: with `both`, names `kept` and `goes`; without, `kept` only.
-using Writer = std::function<void(const FixtureTree&, bool both, int ddr_fd)>;
-
-void WriteCpu(const FixtureTree& tree, bool both, int) {
-  const std::string line = " 100 0 50 1000 0 0 0 0 0 0\n";
-  tree.Write("proc/stat", "cpu " + line + "cpu0" + line + (both ? "cpu1" + line : ""));
-}
-
-void WriteBpu(const FixtureTree& tree, bool both, int) {
-  for (int core = 0; core < 2; ++core) {
-    const std::string dir = "sys/devices/system/bpu/bpu" + std::to_string(core);
-    if (core == 1 && !both) {
-      tree.Remove(dir);
-      continue;
-    }
-    tree.Write(dir + "/ratio", "40\n");
-    tree.Write(dir + "/devfreq/d/name", "bpu\n");
+// Rewrites `rel` without its lines that start with `prefix`.
+void DropLines(const FixtureTree& tree, const std::string& rel, const std::string& prefix) {
+  std::ifstream in(tree.Path(rel));
+  std::string kept;
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind(prefix, 0) != 0) kept += line + "\n";
   }
+  tree.Write(rel, kept);
 }
 
-void WriteNetwork(const FixtureTree& tree, bool both, int) {
-  const std::string line = " 100 1 0 0 0 0 0 0 100 1 0 0 0 0 0 0\n";
-  tree.Write("proc/net/dev", "header\nheader\n    lo:" + line + (both ? "  eth0:" + line : ""));
-}
-
-void WriteTemperature(const FixtureTree& tree, bool both, int) {
-  tree.Write("sys/class/thermal/thermal_zone0/type", "cpu-thermal\n");
-  tree.Write("sys/class/thermal/thermal_zone0/temp", "40000\n");
-  if (both) {
-    tree.Write("sys/class/thermal/thermal_zone1/type", "bpu-thermal\n");
-    tree.Write("sys/class/thermal/thermal_zone1/temp", "50000\n");
-  } else {
-    tree.Remove("sys/class/thermal/thermal_zone1");
-  }
-}
-
-void WriteDisk(const FixtureTree& tree, bool both, int) {
+// The board has no mounts of its own (disks are asked about real mount points): two in rootfs/.
+void WriteDisk(const FixtureTree& tree, bool both) {
   tree.Mkdir("rootfs/data");
   tree.Mkdir("rootfs/media");
   tree.Write("proc/mounts", std::string("/dev/fake /data ext4 rw 0 0\n") +
@@ -87,65 +49,52 @@ void WriteDisk(const FixtureTree& tree, bool both, int) {
                                    " fake 1 0 100 0 1 0 200 0 0 0 0\n");
 }
 
-void WriteMemory(const FixtureTree& tree, bool, int) {
-  tree.Write("proc/meminfo", "MemTotal: 2048 kB\nMemFree: 1024 kB\n");
-}
-
-// The device yields a record only in passes that see it.
-void WriteDdr(const FixtureTree&, bool both, int ddr_fd) {
-  const std::vector<unsigned char> record(376, 0);
-  if (both && ddr_fd >= 0) {
-    ASSERT_EQ(write(ddr_fd, record.data(), record.size()), 376);
-  }
-}
-
-void WriteProcess(const FixtureTree& tree, bool both, int) {
-  tree.Write("proc/stat", "cpu  100 0 50 1000 0 0 0 0 0 0\ncpu0 100 0 50 1000 0 0 0 0 0 0\n");
-  tree.Write("proc/uptime", "100.00 300.00\n");
-  for (const char* pid : {"100", "200"}) {
-    const std::string dir = std::string("proc/") + pid;
-    if (std::string(pid) == "200" && !both) {
-      tree.Remove(dir);
-      continue;
-    }
-    tree.Write(dir + "/stat", StatLine(pid));
-    tree.Write(dir + "/statm", "2000 400 100 20 0 600 0\n");
-  }
+template <typename M>
+BaseMonitor* Make(const KernelPaths& paths) {
+  return new M(paths);
 }
 
 TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
+  const std::string thermal = "sys/class/thermal/thermal_zone1", bpu = "sys/devices/system/bpu/";
   const struct {
     const char* kind;
-    std::function<BaseMonitor*(const KernelPaths&)> make;
-    Writer write;
+    BaseMonitor* (*make)(const KernelPaths&);
     const char* kept;  // null: the kind has no other item
     std::string goes;  // empty: the kind's one item cannot go
+    std::function<void(const FixtureTree&)> take_away;
   } cases[] = {
-      {"cpu", [](const KernelPaths& p) { return new CpuMonitor(p); }, WriteCpu, "cpu0", "cpu1"},
-      {"bpu", [](const KernelPaths& p) { return new BpuMonitor(p); }, WriteBpu, "bpu0", "bpu1"},
-      {"disk", [](const KernelPaths& p) { return new DiskMonitor(p); }, WriteDisk, "/data",
-       "/media"},
-      {"memory", [](const KernelPaths& p) { return new MemoryMonitor(p); }, WriteMemory, "", ""},
-      {"network", [](const KernelPaths& p) { return new NetworkMonitor(p); }, WriteNetwork,
-       "lo:", "eth0:"},
-      {"temperature", [](const KernelPaths& p) { return new TemperatureMonitor(p); },
-       WriteTemperature, "cpu-thermal", "bpu-thermal"},
-      {"ddr", [](const KernelPaths& p) { return new QeltDdrMonitor(p); }, WriteDdr, nullptr,
-       "ddr0"},
-      {"process", [](const KernelPaths& p) { return new ProcInfoMonitor(p); }, WriteProcess, "100",
-       "200"},
+      {"cpu", Make<CpuMonitor>, "cpu0", "cpu2",
+       [](const FixtureTree& t) { DropLines(t, "proc/stat", "cpu2 "); }},
+      {"bpu", Make<BpuMonitor>, "bpu0", "bpu1",
+       [&](const FixtureTree& t) { t.Remove(bpu + "bpu1"); }},
+      {"disk", Make<DiskMonitor>, "/data", "/media",
+       [](const FixtureTree& t) { WriteDisk(t, false); }},
+      {"memory", Make<MemoryMonitor>, "", "", [](const FixtureTree&) {}},
+      {"network", Make<NetworkMonitor>,
+       "lo:", "eth0:", [](const FixtureTree& t) { DropLines(t, "proc/net/dev", "  eth0:"); }},
+      {"temperature", Make<TemperatureMonitor>, "cpu-thermal", "bpu-thermal",
+       [&](const FixtureTree& t) { t.Remove(thermal); }},
+      {"ddr", Make<QeltDdrMonitor>, nullptr, "ddr0", [](const FixtureTree&) {}},  // no record
+      {"process", Make<ProcInfoMonitor>, "100", "300",
+       [](const FixtureTree& t) { t.Remove("proc/300"); }},
   };
+  const std::vector<unsigned char> record = testing::BoardDdrRecord();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.kind);
     FixtureTree tree;
     tree.Fifo("dev/ddrmonitor0");
-    c.write(tree, true, -1);
     std::unique_ptr<BaseMonitor> monitor(c.make(tree.paths()));
     const int ddr_fd = open(tree.Path("dev/ddrmonitor0").c_str(), O_WRONLY | O_NONBLOCK);
     monitor->SetClock(&FakeNow);
     const auto pass = [&](int64_t now, bool both) {
       g_now = now;
-      c.write(tree, both, ddr_fd);
+      testing::LoadBoard(tree, now > 1000 ? 1 : 0);
+      WriteDisk(tree, true);
+      if (both && ddr_fd >= 0) {  // the FIFO opens for writing once the DDR monitor reads it
+        ASSERT_EQ(write(ddr_fd, record.data(), record.size()), static_cast<ssize_t>(record.size()));
+      } else if (!both) {
+        c.take_away(tree);
+      }
       monitor->DoMonitor();
       monitor->EndPass(static_cast<uint64_t>(now));
       monitor->Forget(5000);
@@ -178,7 +127,7 @@ TEST(RetentionTest, TheAggregatorForgetsOnlyWhenAsked) {
   for (int64_t forget_after : {0, 30}) {
     SCOPED_TRACE(forget_after);
     FixtureTree tree;
-    WriteNetwork(tree, true, -1);
+    testing::LoadBoard(tree, 1, {"proc/net"});
     ZefoResourceMonitor monitor({new NetworkMonitor(tree.paths())}, 5);
     monitor.SetForgetAfter(forget_after);
     uint64_t seen = 0;
@@ -186,7 +135,7 @@ TEST(RetentionTest, TheAggregatorForgetsOnlyWhenAsked) {
       seen = monitor.WaitForUpdate(seen, 1000);
     }
     ASSERT_NE(monitor.GetResourceItem(Network, "eth0:"), nullptr);
-    WriteNetwork(tree, false, -1);
+    DropLines(tree, "proc/net/dev", "  eth0:");
     // Forgetting takes 30 ms of passes; give it many more.
     for (int i = 0; i < 20; ++i) seen = monitor.WaitForUpdate(seen, 1000);
     usleep(100 * 1000);

@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "board.h"
+#include "support/board.h"
 #include "support/golden.h"
 
 namespace zefo::format {

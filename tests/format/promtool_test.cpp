@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "board.h"
+#include "support/board.h"
 
 namespace zefo::format {
 namespace {

@@ -144,13 +144,10 @@ def check_hostile(monitor):
         if rss_kb(server.pid) - before > 10000:
             fail("the server grew by %d kB on a refused body" % (rss_kb(server.pid) - before))
 
-        # gzip when asked, never any other coding.
-        for coding, used in (("br", None), ("br, gzip;q=0.1", "gzip"), ("gzip;q=0", None)):
-            _, headers, body = get(port, "/metrics", "Accept-Encoding: %s\r\n" % coding)
-            if headers.get("content-encoding") != used:
-                fail("Accept-Encoding %s: coded %s" % (coding, headers.get("content-encoding")))
-            if used and b"zefo_update_time_seconds" not in gzip.decompress(body):
-                fail("the gzipped exposition does not decode")
+        # gzip when asked (which codings count as asking: tests/tools/http_routes_test.cpp).
+        _, headers, body = get(port, "/metrics", "Accept-Encoding: br, gzip;q=0.1\r\n")
+        if b"zefo_update_time_seconds" not in gzip.decompress(body):
+            fail("the gzipped exposition does not decode")
 
         # SIGTERM ends it within a second whatever the held connections and a reader that
         # never reads do.

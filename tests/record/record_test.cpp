@@ -11,8 +11,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "board.h"
 #include "record/store_dir.h"
+#include "support/board.h"
 #include "support/golden.h"
 #include "time_arg.h"
 #include "zefo/record/recorder.h"
@@ -114,31 +114,24 @@ TEST_F(Store, ReplaysEveryFormatByteForByte) {
 }
 
 // A recorder killed while writing leaves the last record cut short at any byte: the passes
-// before it replay, with one line about the torn one.
-TEST_F(Store, TornLastRecordCostsOnlyThatPass) {
+// before it replay, with one line about the torn one. A torn segment header costs that segment.
+TEST_F(Store, TornWritesCostOnlyWhatTheyTore) {
   const std::vector<uint64_t> sizes = Record(3);
-  const std::string segment = Segments(dir).at(0);
-  const std::string whole = ReadAll(segment);
+  const std::string first = Segments(dir).at(0);
+  const std::string whole = ReadAll(first);
   for (uint64_t cut = sizes[1]; cut < sizes[2]; ++cut) {
-    WriteAll(segment, whole.substr(0, cut));
+    WriteAll(first, whole.substr(0, cut));
     const Replayed r = ReplayAll(dir);
     ASSERT_EQ(r.passes.size(), 2u) << "cut at " << cut;
     EXPECT_EQ(r.problems.size(), cut > sizes[1] ? 1u : 0u) << "cut at " << cut;
   }
-}
-
-TEST_F(Store, TornSegmentHeaderSkipsOnlyThatSegment) {
-  Record(2);
-  const std::string first = Segments(dir).at(0);
-  const std::string whole = ReadAll(first);
   usleep(2000);  // the next segment's name, from the clock, sorts after
   Record(1);
-  const std::size_t header = whole.find("\xe5ZR1");
-  for (std::size_t cut = 1; cut < header; ++cut) {
+  for (std::size_t cut = 1; cut < whole.find("\xe5ZR1"); ++cut) {
     WriteAll(first, whole.substr(0, cut));
     const Replayed r = ReplayAll(dir);
-    ASSERT_EQ(r.passes.size(), 1u) << "cut at " << cut;
-    EXPECT_EQ(r.problems.size(), 1u) << "cut at " << cut;
+    ASSERT_EQ(r.passes.size(), 1u) << "header cut at " << cut;
+    EXPECT_EQ(r.problems.size(), 1u) << "header cut at " << cut;
   }
 }
 

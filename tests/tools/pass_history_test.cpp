@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "board.h"
+#include "support/board.h"
 #include "support/golden.h"
 
 namespace zefo::cli {

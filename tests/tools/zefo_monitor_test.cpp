@@ -1,9 +1,7 @@
 // Runs the built zefo-monitor as a child process: option errors, reports, output files, the HTTP
 // endpoint, and stopping on signals.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -129,90 +127,129 @@ Outcome RunToEnd(const std::vector<std::string>& args, int stdout_fd = -1,
   return {code, child.out_text, child.err_text};
 }
 
-TEST(ZefoMonitorToolTest, BadOptionsExitTwoWithAReason) {
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Each case is one run: bad options exit 2 with the reason on standard error, --help and
+// --version exit 0, --output replaces its file whole with one pass of its format, a failed
+// write ends the run with a message and status 1, and a reader that left ends it quietly.
+TEST(ZefoMonitorToolTest, OneRunPerOption) {
+  zefo::testing::FixtureTree tree;
+  const std::string dir = tree.Path("out/");
+  std::filesystem::create_directory(dir);
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  int left_pipe[2];
+  ASSERT_EQ(pipe2(left_pipe, O_CLOEXEC), 0);
+  close(left_pipe[0]);
   const struct {
     std::vector<std::string> args;
-    const char* reason;
+    int code;
+    const char* text;  // in standard error, or with exit 0 in standard output
+    int out_fd = -1;   // standard output, when not the test's pipe
   } cases[] = {
-      {{"--period", "x"}, "'x' is not a whole number"},
-      {{"--period", "1.5"}, "'1.5' is not a whole number"},
-      {{"--period", "-5"}, "'-5' is out of range"},
-      {{"--count", "0"}, "'0' is out of range"},
-      {{"--count"}, "--count"},
-      {{"--pid", "abc"}, "'abc' is not a process id"},
-      {{"--pid", "1", "--pid", ""}, "is not a process id"},
-      {{"--bogus"}, "--bogus"},
-      {{"stray"}, "stray"},
-      {{"--format", "xml"}, "'xml' is not a format (report, line, json, openmetrics, prometheus)"},
-      {{"--output", ""}, "the file name is empty"},
+      {{"--period", "1.5"}, 2, "'1.5' is not a whole number"},
+      {{"--period", "-5"}, 2, "'-5' is out of range"},
+      {{"--count", "0"}, 2, "'0' is out of range"},
+      {{"--count"}, 2, "--count"},
+      {{"--pid", "1", "--pid", ""}, 2, "'' is not a process id"},
+      {{"stray"}, 2, "stray"},
+      {{"--format", "xml"},
+       2,
+       "'xml' is not a format (report, line, json, openmetrics, prometheus)"},
       {{"--output", "/nonexistent-zefo-dir/x.prom"},
+       2,
        "cannot write --output /nonexistent-zefo-dir/x.prom: cannot create files in "
        "/nonexistent-zefo-dir: No such file or directory"},
-      {{"--output", "/"}, "/ is a directory"},
-      {{"--listen", "127.0.0.1"}, "'127.0.0.1' is not an address and port"},
-      {{"--web-config", "web.yml"}, "--web-config needs --listen"},
-      {{"--listen", "127.0.0.1:65536"}, "'65536' is not a port"},
-      {{"--listen", "[::1"}, "is not an address and port"},
+      {{"--output", "/"}, 2, "/ is a directory"},
+      {{"--output", ""}, 2, "the file name is empty"},
+      {{"--listen", "127.0.0.1"}, 2, "'127.0.0.1' is not an address and port"},
+      {{"--web-config", "web.yml"}, 2, "--web-config needs --listen"},
+      {{"--listen", "127.0.0.1:65536"}, 2, "'65536' is not a port"},
+      {{"--listen", "[::1"}, 2, "is not an address and port"},
 #ifdef ZEFO_WITH_HTTP
-      {{"--listen", "no.such.host.invalid:9464"}, "cannot listen on no.such.host.invalid:9464"},
+      {{"--listen", "no.such.host.invalid:9464"}, 2, "cannot listen on no.such.host.invalid:9464"},
 #endif
-      {{"--from", "1", "--count", "1"}, "--from requires --replay"},
-      {{"--replay", "/tmp", "--to", "2024-05-01T25:00"}, "is not a time"},
-      {{"--replay", "/tmp", "--from", "20", "--to", "10"}, "--from 20 lies after --to 10"},
-      {{"--replay", "/tmp", "--record", "/tmp"}, "--record excludes --replay"},
-      {{"--record-max-size", "1K", "--record", "/tmp/x"}, "'1K' is too small"},
-      {{"--record-max-age", "7y", "--record", "/tmp/x"}, "'7y' is not a duration"},
-      {{"--metrics-processes", "top:0"}, "'0' is not a process count (1 to 10000)"},
-      {{"--metrics-monitors", "cpu,gpu"}, "'gpu' is not a monitor"},
-      {{"--output-interval", "5"}, "--output-interval needs --output"},
+      {{"--from", "1", "--count", "1"}, 2, "--from requires --replay"},
+      {{"--replay", "/tmp", "--to", "2024-05-01T25:00"}, 2, "is not a time"},
+      {{"--replay", "/tmp", "--from", "20", "--to", "10"}, 2, "--from 20 lies after --to 10"},
+      {{"--replay", "/tmp", "--record", "/tmp"}, 2, "--record excludes --replay"},
+      {{"--record-max-size", "1K", "--record", "/tmp/x"}, 2, "'1K' is too small"},
+      {{"--record-max-age", "7y", "--record", "/tmp/x"}, 2, "'7y' is not a duration"},
+      {{"--metrics-processes", "top:0"}, 2, "'0' is not a process count (1 to 10000)"},
+      {{"--metrics-monitors", "cpu,gpu"}, 2, "'gpu' is not a monitor"},
+      {{"--output-interval", "5"}, 2, "--output-interval needs --output"},
+      {{"--count", "3", "--period", "50"},
+       1,
+       "cannot write to standard output: No space left on device",
+       full},
+      {{"--period", "50"}, 0, "", left_pipe[1]},
+      {{"--help"}, 0, "--rootfs DIR"},
+      {{"--version"}, 0, "zefo-monitor "},
+      {{"--count", "3", "--period", "50", "--format", "json", "--output", dir + "pass.json"},
+       0,
+       ""},
+      // --output-interval keeps the first pass, which has no two-sample figures yet.
+      {{"--count", "3", "--period", "50", "--format", "json", "--output-interval", "3600",
+        "--output", dir + "kept.json"},
+       0,
+       ""},
+      // For node_exporter: a .prom file gets the 0.0.4 text format, not OpenMetrics.
+      {{"--count", "3", "--period", "50", "--format", "openmetrics", "--output", dir + "z.prom"},
+       0,
+       ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : ""));
-    const Outcome run = RunToEnd(c.args);
-    EXPECT_EQ(run.code, 2);
-    EXPECT_NE(run.err.find(c.reason), std::string::npos) << run.err;
-    EXPECT_EQ(run.out, "");
-  }
-}
-
-TEST(ZefoMonitorToolTest, HelpAndVersionExitZero) {
-  const Outcome help = RunToEnd({"--help"});
-  EXPECT_EQ(help.code, 0);
-  for (const char* option :
-       {"--period", "--count", "--pid", "--procfs", "--sysfs", "--devfs", "--regdir", "--rootfs",
-        "--format", "--output", "--listen", "--version"}) {
-    EXPECT_NE(help.out.find(option), std::string::npos) << option;
-  }
-  const Outcome version = RunToEnd({"--version"});
-  EXPECT_EQ(version.code, 0);
-  EXPECT_EQ(version.out.rfind("zefo-monitor ", 0), 0u) << version.out;
-}
-
-TEST(ZefoMonitorToolTest, CountPrintsThatManyWholeReports) {
-  const Outcome run = RunToEnd({"--count", "2", "--period", "50"});
-  ASSERT_EQ(run.code, 0) << run.err;
-  EXPECT_EQ(run.err, "");
-  // Each report starts with "update time: " and ends with an empty line, so every report after
-  // the first follows a blank line.
-  ASSERT_EQ(run.out.rfind("update time: ", 0), 0u) << run.out;
-  ASSERT_GE(run.out.size(), 2u);
-  EXPECT_EQ(run.out.substr(run.out.size() - 2), "\n\n");
-  // Only line starts count: a process's command line in the report may hold the words too.
-  size_t reports = 0;
-  for (size_t at = run.out.find("update time: "); at != std::string::npos;
-       at = run.out.find("update time: ", at + 1)) {
-    if (at > 0 && run.out[at - 1] != '\n') continue;
-    if (at > 0) {
-      EXPECT_EQ(run.out.substr(at - 2, 2), "\n\n") << "report " << reports + 1;
+    const Outcome run = RunToEnd(c.args, c.out_fd);
+    EXPECT_EQ(run.code, c.code) << run.err;
+    EXPECT_NE((c.code == 0 ? run.out : run.err).find(c.text), std::string::npos) << run.err;
+    if (c.code != 0) {
+      EXPECT_EQ(run.out, "");
+    } else if (c.out_fd >= 0) {
+      EXPECT_EQ(run.err, "");
     }
-    ++reports;
   }
-  EXPECT_EQ(reports, 2u) << run.out;
+  close(full);
+  close(left_pipe[1]);
+  const std::string json = ReadAll(dir + "pass.json");
+  EXPECT_EQ(json.find('\n'), json.size() - 1);
+  EXPECT_TRUE(nlohmann::json::parse(json)["cpu"].contains("total")) << json;
+  EXPECT_FALSE(nlohmann::json::parse(ReadAll(dir + "kept.json"))["cpu"].contains("total"));
+  const std::string prom = ReadAll(dir + "z.prom");
+  const std::size_t at = prom.find("\nzefo_update_time_seconds ");  // one pass: once
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(prom.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
+  EXPECT_EQ(prom.find("# EOF"), std::string::npos);
+  std::vector<std::string> left;  // no temporary file stays behind
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    left.push_back(entry.path().filename().string());
+  }
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"kept.json", "pass.json", "z.prom"}));
+}
+
+// A whole report, ending in an empty line, right after the first pass; SIGINT then ends the run
+// at once and cleanly, without waiting the period out.
+TEST(ZefoMonitorToolTest, ReportsUntilInterrupted) {
+  Child child = Spawn({"--period", "2000"});
+  ASSERT_GT(child.pid, 0);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n\n")) << child.err_text;
+  const auto sent = Clock::now();
+  kill(child.pid, SIGINT);
+  EXPECT_TRUE(Drain(child, milliseconds(30000)));
+  EXPECT_EQ(Reap(child), 0) << child.err_text;
+  EXPECT_LT(Clock::now() - sent, milliseconds(1500));
+  EXPECT_EQ(child.err_text, "");
+  ASSERT_EQ(child.out_text.rfind("update time: ", 0), 0u);
+  EXPECT_EQ(child.out_text.substr(child.out_text.size() - 2), "\n\n");
 }
 
 #ifdef ZEFO_WITH_RECORD
-// What --record stored, --replay writes byte for byte as the live run wrote it; a second
-// recorder on the same store is refused.
+// What --record stored, --replay writes byte for byte as the live run wrote it.
 TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
   char pattern[] = "/tmp/zefo-record-XXXXXX";
   ASSERT_NE(mkdtemp(pattern), nullptr);
@@ -227,168 +264,35 @@ TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
     EXPECT_EQ(replay.err, "");
     EXPECT_EQ(replay.out, live.out) << format;
   }
-  Child holder = Spawn({"--record", dir + "/json", "--period", "50"});
-  std::this_thread::sleep_for(milliseconds(300));
-  const Outcome second = RunToEnd({"--record", dir + "/json", "--count", "1"});
-  EXPECT_EQ(second.code, 2);
-  EXPECT_NE(second.err.find("another recorder is writing to"), std::string::npos) << second.err;
-  kill(holder.pid, SIGTERM);
-  EXPECT_EQ(Reap(holder), 0);
   std::filesystem::remove_all(dir);
 }
 #endif
 
-// A process that exits leaves every format but the report from the pass after its exit.
-TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheLiveFormats) {
-  const struct {
-    const char* format;
-    std::string (*needle)(pid_t);
-    const char* pass_end;
-  } cases[] = {
-      {"json", [](pid_t p) { return "\"" + std::to_string(p) + "\":{"; }, "\n"},
-      // With --pid the line has a TOP list of that process alone.
-      {"line", [](pid_t) { return std::string(" TOP "); }, "\n"},
-      {"openmetrics", [](pid_t p) { return "pid=\"" + std::to_string(p) + "\""; }, "# EOF\n"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.format);
-    const pid_t busy = fork();
-    ASSERT_GE(busy, 0);
-    if (busy == 0) {
-      for (;;) {
-      }
-    }
-    Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", c.format});
-    ASSERT_GT(child.pid, 0);
-    const bool seen = Drain(child, milliseconds(30000), c.needle(busy));
-    kill(busy, SIGKILL);
-    waitpid(busy, nullptr, 0);
-    ASSERT_TRUE(seen) << child.out_text << child.err_text;
-    // The pass under way at the exit may still have sampled it; the one after may not.
-    const std::string end = c.pass_end;
-    const std::size_t done = child.out_text.rfind(end);
-    child.out_text.erase(0, done == std::string::npos ? 0 : done + end.size());
-    for (int pass = 0; pass < 2; ++pass) {
-      if (pass > 0) child.out_text.erase(0, child.out_text.find(end) + end.size());
-      ASSERT_TRUE(Drain(child, milliseconds(30000), end));
-    }
-    const std::string last = child.out_text.substr(0, child.out_text.find(end));
-    EXPECT_EQ(last.find(c.needle(busy)), std::string::npos) << last;
-    kill(child.pid, SIGTERM);
-    Drain(child, milliseconds(30000));
-    EXPECT_EQ(Reap(child), 0);
-  }
-}
-
-TEST(ZefoMonitorToolTest, StopSignalsEndItCleanlyWithoutWaitingThePeriodOut) {
-  for (int sig : {SIGTERM, SIGINT}) {
-    SCOPED_TRACE(strsignal(sig));
-    Child child = Spawn({"--period", "2000"});
-    ASSERT_GT(child.pid, 0);
-    // The first report is printed right after the first pass; the tool then waits 2 s.
-    ASSERT_TRUE(Drain(child, milliseconds(30000), "\n\n")) << child.err_text;
-    const auto sent = Clock::now();
-    kill(child.pid, sig);
-    EXPECT_TRUE(Drain(child, milliseconds(30000)));
-    const int code = Reap(child);
-    EXPECT_EQ(code, 0) << child.err_text;
-    EXPECT_LT(Clock::now() - sent, milliseconds(1500));
-    EXPECT_EQ(child.err_text, "");
-  }
-}
-
-#ifdef ZEFO_WITH_HTTP
-TEST(ZefoMonitorToolTest, TakenPortExitsTwo) {
-  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  ASSERT_GE(sock, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof addr;
-  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  ASSERT_EQ(listen(sock, 1), 0);
-  ASSERT_EQ(getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &length), 0);
-  const std::string where = "127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
-  const Outcome run = RunToEnd({"--listen", where});
-  close(sock);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_NE(run.err.find("cannot listen on " + where + ": Address already in use"),
-            std::string::npos)
-      << run.err;
-}
-
-#endif  // ZEFO_WITH_HTTP
-
-std::string ReadAll(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Each pass replaces the file whole; nothing else is left in its directory.
-TEST(ZefoMonitorToolTest, OutputFileHoldsTheLatestPassOnly) {
-  zefo::testing::FixtureTree tree;
-  const std::filesystem::path dir = tree.Path("out");
-  std::filesystem::create_directory(dir);
-  const struct {
-    const char* format;
-    const char* file;
-    bool eof;  // OpenMetrics: "# EOF" at the end
-  } cases[] = {
-      {"json", "pass.json", false},
-      {"openmetrics", "zefo.om", true},
-      {"openmetrics", "zefo.prom", false},  // for node_exporter: the 0.0.4 text format
-      {"prometheus", "zefo.txt", false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    const Outcome run = RunToEnd({"--count", "3", "--period", "50", "--format", c.format,
-                                  "--output", (dir / c.file).string()});
-    ASSERT_EQ(run.code, 0) << run.err;
-    EXPECT_EQ(run.out, "");
-    const std::string text = ReadAll(dir / c.file);
-    if (std::string(c.format) == "json") {
-      EXPECT_EQ(text.find('\n'), text.size() - 1);
-      EXPECT_TRUE(nlohmann::json::parse(text)["cpu"].contains("total")) << text;
-    } else {
-      // One pass: the time of the pass appears once.
-      const std::size_t at = text.find("\nzefo_update_time_seconds ");
-      ASSERT_NE(at, std::string::npos);
-      EXPECT_EQ(text.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
-      EXPECT_EQ(text.find("# UNIT") != std::string::npos, c.eof);
-      EXPECT_EQ(text.size() > 6 && text.substr(text.size() - 6) == "# EOF\n", c.eof);
+// A process that exits leaves the output from the pass after its exit. What is live is chosen
+// once for every format (the snapshot), so JSON stands for them all.
+TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheOutput) {
+  const pid_t busy = fork();
+  ASSERT_GE(busy, 0);
+  if (busy == 0) {
+    for (;;) {
     }
   }
-  // --output-interval keeps the first pass, which has no two-sample figures yet, all run long.
-  const Outcome kept =
-      RunToEnd({"--count", "3", "--period", "50", "--format", "json", "--output-interval", "3600",
-                "--output", (dir / "pass.json").string()});
-  ASSERT_EQ(kept.code, 0) << kept.err;
-  EXPECT_FALSE(nlohmann::json::parse(ReadAll(dir / "pass.json"))["cpu"].contains("total"));
-  std::vector<std::string> left;
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    left.push_back(entry.path().filename().string());
-  }
-  std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, (std::vector<std::string>{"pass.json", "zefo.om", "zefo.prom", "zefo.txt"}));
-}
-
-TEST(ZefoMonitorToolTest, WriteFailuresEndTheRunWithAMessageAndALeftReaderQuietly) {
-  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  Outcome run = RunToEnd({"--count", "3", "--period", "50"}, full);
-  close(full);
-  EXPECT_EQ(run.code, 1);
-  EXPECT_NE(run.err.find("cannot write to standard output: No space left on device"),
-            std::string::npos)
-      << run.err;
-  int pipe_fds[2];
-  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
-  close(pipe_fds[0]);
-  run = RunToEnd({"--period", "50"}, pipe_fds[1]);
-  close(pipe_fds[1]);
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.err, "");
+  const std::string needle = "\"" + std::to_string(busy) + "\":{";
+  Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", "json"});
+  ASSERT_GT(child.pid, 0);
+  const bool seen = Drain(child, milliseconds(30000), needle);
+  kill(busy, SIGKILL);
+  waitpid(busy, nullptr, 0);
+  ASSERT_TRUE(seen) << child.out_text << child.err_text;
+  // The pass under way at the exit may still have sampled it; the one after may not.
+  child.out_text.erase(0, child.out_text.rfind('\n') + 1);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  child.out_text.erase(0, child.out_text.find('\n') + 1);
+  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  EXPECT_EQ(child.out_text.substr(0, child.out_text.find('\n')).find(needle), std::string::npos);
+  kill(child.pid, SIGTERM);
+  Drain(child, milliseconds(30000));
+  EXPECT_EQ(Reap(child), 0);
 }
 
 // What other users control (a registration directory anyone may write, a process's own command
@@ -502,29 +406,20 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   }
 
   // At a short period the dashboard's history keeps only its window (--history 1: one second,
-  // about 100 passes), every pass with its charted figures; /api/latest is the newest of them
-  // as the JSON format writes it.
-  const auto started = Clock::now();
-  std::size_t most = 0;
-  nlohmann::json history;
-  while (Clock::now() - started < std::chrono::seconds(3)) {
-    std::this_thread::sleep_for(milliseconds(200));
-    httplib::Result res = client.Get("/api/history");
-    ASSERT_TRUE(res && res->status == 200);
-    history = nlohmann::json::parse(res->body);
-    const auto& times = history["times"];
-    most = std::max(most, times.size());
-    ASSERT_LE(history["bytes"].get<std::size_t>(), history["budget_bytes"].get<std::size_t>());
-    if (times.size() > 1) {
-      ASSERT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
-    }
-    for (const auto& series : history["series"]) ASSERT_EQ(series["values"].size(), times.size());
-  }
+  // about 100 passes; the ring itself is tested in pass_history_test), every pass with its
+  // charted figures; /api/latest is the newest of them as the JSON format writes it.
+  std::this_thread::sleep_for(milliseconds(1500));
+  httplib::Result res = client.Get("/api/history");
+  ASSERT_TRUE(res && res->status == 200);
+  const nlohmann::json history = nlohmann::json::parse(res->body);
+  const auto& times = history["times"];
+  ASSERT_GE(times.size(), 2u);    // a loaded machine may take hundreds of ms a pass
+  EXPECT_LE(times.size(), 101u);  // one pass per 10 ms at the most
+  EXPECT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
-  EXPECT_LE(most, 101u);  // one pass per 10 ms at the most
-  EXPECT_GE(most, 2u);    // a loaded machine may take hundreds of ms a pass
   EXPECT_FALSE(history["series"].empty());
+  for (const auto& series : history["series"]) EXPECT_EQ(series["values"].size(), times.size());
 
   httplib::Result latest = client.Get("/api/latest");
   ASSERT_TRUE(latest && latest->status == 200);
@@ -533,12 +428,17 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_GE(pass["update_time"].get<uint64_t>(), history["times"].back().get<uint64_t>());
   EXPECT_FALSE(pass["cpu"].empty());
 
-  for (const char* bad : {"0", "-1", "x", "1e999", ""}) {
-    SCOPED_TRACE(bad);
+  for (const char* bad : {"0", "x", "1e999"}) {
     httplib::Result res = client.Get(std::string("/api/history?seconds=") + bad);
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, 400);
+    EXPECT_TRUE(res && res->status == 400) << bad;
   }
+  // Another zefo-monitor on the same port says so and exits 2.
+  const std::string where = "127.0.0.1:" + std::to_string(port);
+  const Outcome taken = RunToEnd({"--listen", where});
+  EXPECT_EQ(taken.code, 2);
+  EXPECT_NE(taken.err.find("cannot listen on " + where + ": Address already in use"),
+            std::string::npos)
+      << taken.err;
   kill(child.pid, SIGTERM);
   EXPECT_TRUE(Drain(child, milliseconds(30000)));
   EXPECT_EQ(Reap(child), 0) << child.err_text;

@@ -1,0 +1,504 @@
+// The system monitors: each reader's hostile and odd lines as one table, what the fixture board
+// cannot show (hotplug, zones and devices that come and go, mounts matched with their device),
+// and live checks against what this machine's kernel reports.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "monitors/cpu_parse.h"
+#include "monitors/disk_parse.h"
+#include "monitors/memory_parse.h"
+#include "monitors/network_parse.h"
+#include "monitors/qeltddr_decode.h"
+#include "monitors/temperature_parse.h"
+#include "support/board.h"
+#include "support/golden.h"
+
+namespace zefo {
+namespace {
+
+using testing::FixtureTree;
+using L = std::vector<long long>;
+
+// The clock of the monitors below: passes are one second apart.
+int64_t g_now = 1000;
+int64_t Now() {
+  return g_now;
+}
+
+template <typename T = ResourceItem>
+const T* Item(const BaseMonitor& monitor, const std::string& name) {
+  const auto it = monitor.Items().find(name);
+  return it == monitor.Items().end() ? nullptr : dynamic_cast<const T*>(it->second);
+}
+
+std::vector<std::string> Names(const BaseMonitor& monitor) {
+  std::vector<std::string> names;
+  for (const auto& entry : monitor.Items()) names.push_back(entry.first);
+  return names;
+}
+
+// An input as the golden file shows it: control bytes and bytes beyond ASCII escaped, long runs
+// of one character counted.
+std::string Shown(const std::string& in) {
+  std::string out;
+  for (std::size_t i = 0; i < in.size();) {
+    std::size_t run = 1;
+    while (i + run < in.size() && in[i + run] == in[i]) ++run;
+    const auto byte = static_cast<unsigned char>(in[i]);
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02x", byte);
+    const std::string one = byte >= 0x20 && byte < 0x7f ? std::string(1, in[i]) : hex;
+    out += run > 8 ? one + "{" + std::to_string(run) + "}" : std::string();
+    for (std::size_t k = 0; run <= 8 && k < run; ++k) out += one;
+    i += run;
+  }
+  return "\"" + out + "\"";
+}
+
+std::string Figures(std::initializer_list<long long> figures) {
+  std::string out;
+  for (long long f : figures) out += " " + std::to_string(f);
+  return out;
+}
+
+// Every reader's result for odd and hostile lines, one line per input, in readers.txt.
+TEST(Readers, OddAndHostileLines) {
+  std::ostringstream out;
+  const auto table = [&](const char* reader, const std::vector<std::string>& inputs,
+                         const std::function<std::string(std::string)>& show) {
+    out << reader << ":\n";
+    for (const std::string& in : inputs) out << "  " << Shown(in) << " ->" << show(in) << "\n";
+  };
+  table("cpu line (word, then the ten counters; 77 left over from an earlier line)",
+        {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu3 1 2 3 4 5 6 7", "cpu2 7 x 9",
+         "cpu0 -5 99999999999999999999", "cpu" + std::string(400, 'x') + " 1", "intr 197539 0 0",
+         "   \t", std::string("\x01\xff\0cpu", 6)},
+        [](const std::string& in) {
+          std::string word = "-";
+          CpuState s;
+          s.user = s.guest_nice = 77;
+          const bool taken = detail::ParseCpuStatLine(in.c_str(), word, s);
+          return (taken ? " " : " refused ") + Shown(word) +
+                 Figures({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal,
+                          s.guest, s.guest_nice});
+        });
+  // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale; one number
+  // and one unit serve the whole file, so a bare key reuses the last ones.
+  table("meminfo (total free shared buffers cached shmem sreclaimable swap_total swap_free)",
+        {"", "MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
+         "MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
+         "\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
+             std::string(5000, 'M') + " 1 kB\n"},
+        [](std::string in) {
+          MemoryState s;
+          detail::ParseMeminfoInPlace(in, s);
+          return Figures({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem, s.sreclaimable,
+                          s.swap_total, s.swap_free});
+        });
+  // Up to 1000 the driver gives degrees, above it millidegrees.
+  table("zone temperature (raw, degrees)",
+        {"45000\n", "1000", "1001", "-5000", "n/a", "", "99999999999999"},
+        [](const std::string& in) {
+          const int raw = detail::ParseZoneTemp(in.c_str());
+          return " " + std::to_string(raw) + " " + std::to_string(detail::ZoneCelsius(raw));
+        });
+  // A counter that touches the colon stays in the name and the rest moves one place left.
+  table("net/dev line (name, rx_bytes rx_packets tx_bytes tx_compressed; 99 left over)",
+        {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
+         "   0    0     0       0          7",
+         "  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
+         "   0    0     0       0          0",
+         "  wlan0: 5 6 junk 8", "", std::string(300, 'n') + ": 1 2 3"},
+        [](const std::string& in) {
+          std::string name = "-";
+          NetworkState s;
+          s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
+          const bool taken = detail::ParseNetDevLine(in.c_str(), name, s);
+          return (taken ? " " : " refused ") + Shown(name) +
+                 Figures({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed});
+        });
+  // 14 fields, 20 (discards and flushes), cut short (the rest reads 0).
+  const std::string counters = " 11 12 13 14 15 16 17 18 19 20 21";
+  table("diskstats line (sectors read, written, weighted time; 99 left over)",
+        {"   8       1 sda1" + counters, "   8       1 sda1" + counters + " 1 2 3 4 5 6",
+         "   8       1 sda1 11 12 13", "   8       1 " + std::string(300, 'x') + counters,
+         "sda1 8 1" + counters},
+        [](const std::string& in) {
+          DiskState s;
+          s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
+          const bool taken = detail::ParseDiskstatsLine(in.c_str(), s);
+          return (taken ? "" : " refused") +
+                 Figures({s.sectors_read, s.sectors_written, s.weighted_io_time_ms});
+        });
+  // The previous mount point stays when a line has one word; a word too long for its buffer
+  // refuses the line whole, never split in two.
+  std::string fs = "old-fs", mp = "/old";
+  table("mount line (words taken, file system, mount point)",
+        {"/dev/vda1 /boot ext4 rw 0 0", "none", "", "/dev/x /" + std::string(300, 'm')},
+        [&](const std::string& in) {
+          const int words = detail::ParseMountLine(in.c_str(), fs, mp);
+          return " " + std::to_string(words) + " " + Shown(fs) + " " + Shown(mp);
+        });
+  testing::ExpectGolden("readers.txt", out.str());
+  uint64_t key = 0;
+  // Minor 256 spills into the major's bits: the key is that of 9:0, not of 8:256.
+  ASSERT_TRUE(detail::ParseDiskstatsKey("8 256 sdq", key));
+  EXPECT_EQ(key, makedev(9, 0));
+}
+
+// Records of the DDR device; record k carries (k + 1) MiB on the CPU port.
+std::vector<unsigned char> DdrRecords(std::size_t count) {
+  std::vector<unsigned char> bytes;
+  std::vector<unsigned char> one = testing::BoardDdrRecord();
+  for (std::size_t k = 0; k < count; ++k) {
+    const uint32_t word = static_cast<uint32_t>(k + 1) << 16;
+    std::memcpy(one.data() + 12, &word, sizeof word);
+    bytes.insert(bytes.end(), one.begin(), one.end());
+  }
+  return bytes;
+}
+
+TEST(Readers, DdrRecords) {
+  const std::vector<unsigned char> full = DdrRecords(400);
+  const std::pair<std::size_t, int> cases[] = {{0, 0},   {375, 0}, {376, 1},
+                                               {751, 1}, {752, 2}, {150400, 400}};
+  for (const auto& [length, mib] : cases) {
+    std::vector<unsigned char> bytes(1);  // one byte in, so the records are not aligned
+    bytes.insert(bytes.end(), full.begin(), full.begin() + static_cast<long>(length));
+    QeltDdrState s;
+    EXPECT_EQ(detail::DecodeNewestDdrRecord(bytes.data() + 1, length, detail::DdrPortNames(), s),
+              mib != 0);
+    if (mib != 0) {
+      EXPECT_EQ(s.bandwidth["CPU"].read, mib * 1048576) << length;
+    }
+  }
+}
+
+// A board without any of the files: every monitor passes over it, and only memory has an item
+// (of unknown figures). A CPU name with a slash never leads the frequency reader elsewhere.
+TEST(MonitorsTest, EmptyTreeAndANameThatWouldLeadElsewhere) {
+  FixtureTree empty;
+  const KernelPaths paths = empty.paths();
+  std::unique_ptr<BaseMonitor> monitors[] = {
+      std::make_unique<CpuMonitor>(paths),     std::make_unique<BpuMonitor>(paths),
+      std::make_unique<DiskMonitor>(paths),    std::make_unique<MemoryMonitor>(paths),
+      std::make_unique<NetworkMonitor>(paths), std::make_unique<TemperatureMonitor>(paths),
+      std::make_unique<QeltDdrMonitor>(paths), std::make_unique<ProcInfoMonitor>(paths)};
+  for (auto& monitor : monitors) {
+    monitor->DoMonitor();
+    monitor->DoMonitor();
+    EXPECT_EQ(monitor->Items().size(), monitor->Type() == Memory ? 1u : 0u) << monitor->Type();
+  }
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  tree.Write("proc/stat", "cpu  1 2 3 4\ncpu0/../cpu0 1 2 3 4\n");
+  CpuMonitor cpu(tree.paths());
+  cpu.DoMonitor();
+  cpu.DoMonitor();
+  ASSERT_NE(Item<CpuResourceItem>(cpu, "cpu0/../cpu0"), nullptr);
+  EXPECT_EQ(Item<CpuResourceItem>(cpu, "cpu0/../cpu0")->cur_freq, -1);
+}
+
+TEST(CpuMonitorTest, OfflineCpuKeepsItsItemAndBackwardsCountersGoNegative) {
+  FixtureTree tree;
+  CpuMonitor monitor(tree.paths());
+  for (const char* stat :
+       {"cpu  100 0 100 800 0 0 0 0 0 0\ncpu0 50 0 50 400\ncpu1 50 0 50 400\n",
+        "cpu  200 0 200 1600 0 0 0 0 0 0\ncpu0 100 0 100 800\ncpu1 100 0 100 800\n",
+        // cpu1 went offline; user went back by 50 ticks.
+        "cpu  150 0 250 2100 0 0 0 0 0 0\ncpu0 50 0 150 1300\n"}) {
+    tree.Write("proc/stat", stat);
+    monitor.DoMonitor();
+  }
+  std::ostringstream os;
+  for (const auto& [name, item] : monitor.Items()) item->PrintToStream(os);
+  testing::ExpectGolden("cpu_offline_backwards.txt", os.str());
+  EXPECT_EQ(Item(monitor, "cpu0")->count, 2u);
+  EXPECT_EQ(Item(monitor, "cpu1")->count, 1u);
+}
+
+// Zones that give nothing must not hold up the rest; zones of one type share an item.
+TEST(TemperatureMonitorTest, HostileZonesAndSharedTypes) {
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  const std::string dir = "sys/class/thermal/";
+  tree.Fifo(dir + "thermal_zone6/temp");  // a FIFO nobody writes
+  tree.Write(dir + "thermal_zone6/type", "fifo-thermal\n");
+  tree.Mkdir(dir + "thermal_zone7/temp");
+  tree.Write(dir + "thermal_zone7/type", "dir-thermal\n");
+  tree.Write(dir + "thermal_zone8", "not a zone\n");
+  tree.Write(dir + "thermal_zone9/type", "cpu-thermal\n");  // a second zone of one type
+  tree.Write(dir + "thermal_zone9/temp", "45000\n");
+  TemperatureMonitor monitor(tree.paths());
+  EXPECT_TRUE(monitor.DoMonitor());
+  EXPECT_TRUE(monitor.DoMonitor());
+  EXPECT_EQ(Names(monitor), (std::vector<std::string>{"board-thermal", "bpu-thermal", "cpu-thermal",
+                                                      "ddr-thermal"}));
+  EXPECT_EQ(Item(monitor, "cpu-thermal")->count, 3u);  // four samples under one name
+  EXPECT_EQ(Item(monitor, "bpu-thermal")->count, 1u);
+}
+
+TEST(BpuMonitorTest, CoresFollowTheScanAndTheFirstNamedDevice) {
+  const std::string bpu = "sys/devices/system/bpu/";
+  const struct {
+    const char* what;
+    std::vector<std::string> remove;  // from the board's two cores
+    std::vector<std::string> items;
+  } cases[] = {
+      {"no BPU", {"bpu0", "bpu1"}, {}},
+      {"a gap ends the scan", {"bpu0"}, {}},
+      {"a core without a device name is skipped", {"bpu0/devfreq/devfreq0/name"}, {"bpu1"}},
+      {"a core with an empty devfreq is skipped", {"bpu0/devfreq/devfreq0"}, {"bpu1"}},
+  };
+  for (const auto& c : cases) {
+    FixtureTree tree;
+    testing::LoadBoard(tree, 0);
+    for (const std::string& rel : c.remove) tree.Remove(bpu + rel);
+    BpuMonitor monitor(tree.paths());
+    monitor.DoMonitor();
+    monitor.DoMonitor();
+    EXPECT_EQ(Names(monitor), c.items) << c.what;
+  }
+  // Unreadable names (none, empty, a directory) pass over a device; missing figures read 0.
+  FixtureTree tree;
+  testing::LoadBoard(tree, 0);
+  const std::string devfreq = bpu + "bpu0/devfreq/";
+  tree.Mkdir(devfreq + "a");
+  tree.Write(devfreq + "b/name", "");
+  tree.Mkdir(devfreq + "c/name");
+  tree.Remove(devfreq + "devfreq0");
+  tree.Write(devfreq + "d/name", "bpu-core0 extra\n");
+  tree.Write(devfreq + "d/max_freq", "junk\n");
+  BpuMonitor monitor(tree.paths());
+  monitor.DoMonitor();
+  monitor.DoMonitor();
+  const auto* core = Item<BpuResourceItem>(monitor, "bpu0");
+  ASSERT_NE(core, nullptr);
+  EXPECT_EQ(core->devfreq_name, "bpu-core0");
+  EXPECT_EQ(L({core->min_freq, core->max_freq, core->cur_freq, core->ratio}), L({0, -1, 0, 45}));
+}
+
+TEST(DiskMonitorTest, MountsMatchTheirDeviceLineOnly) {
+  FixtureTree tree;
+  for (const char* dir : {"rootfs/data", "rootfs/data2", "rootfs/my disk"}) tree.Mkdir(dir);
+  tree.Symlink("/proc", "rootfs/proc");  // a pseudo file system: no diskstats line
+  struct stat st;
+  ASSERT_EQ(stat(tree.Path("rootfs/data").c_str(), &st), 0);
+  const unsigned major_no = major(st.st_dev), minor_no = minor(st.st_dev);
+  // With an odd major, minor + 256 spills into the very same key.
+  if (minor_no >= 256 || major_no >= 4096 || major_no % 2 == 1) GTEST_SKIP() << "device number";
+  tree.Write("proc/mounts",
+             "/dev/fake /data ext4 rw 0 0\nproc /proc proc rw 0 0\n/dev/gone /missing ext4 rw 0 "
+             "0\n/dev/fake /my\\040disk ext4 rw 0 0\n/dev/fake /data2 ext4 rw 0 0\n");
+  const auto diskstats = [&](int read, int written) {
+    const std::string id = std::to_string(major_no) + " " + std::to_string(minor_no);
+    const std::string spilled = std::to_string(major_no) + " " + std::to_string(minor_no + 256);
+    tree.Write("proc/diskstats", id + " fakedisk 1 0 " + std::to_string(read) + " 0 1 0 " +
+                                     std::to_string(written) + " 0 0 0 0\n" + spilled +
+                                     " spilled 1 0 999999 0 1 0 999999 0 0 0 0\n");
+  };
+  diskstats(100, 200);
+  DiskMonitor monitor(tree.paths());
+  monitor.SetClock(&Now);
+  EXPECT_TRUE(monitor.DoMonitor());
+  diskstats(100 + 2048, 200 + 4096);
+  g_now += 1000;
+  EXPECT_TRUE(monitor.DoMonitor());
+  ASSERT_EQ(Names(monitor), (std::vector<std::string>{"/data", "/data2"}));
+  // A line of one word keeps the last mount point, under the new word.
+  tree.Write("proc/mounts", "/dev/fake /data ext4 rw 0 0\nnone\n");
+  std::string table;
+  for (const auto& [device, mounts] : monitor.GetMounts()) {
+    for (const Mount& m : mounts) table += m.file_system + m.mount_point + " ";
+  }
+  EXPECT_EQ(table, "/dev/fake/data none/data ");
+  struct statvfs vfs;
+  ASSERT_EQ(statvfs(tree.Path("rootfs/data").c_str(), &vfs), 0);
+  for (const char* mount_point : {"/data", "/data2"}) {
+    const auto* item = Item<DiskResourceItem>(monitor, mount_point);
+    EXPECT_EQ(item->name, "fakedisk");  // had the minor-256 line matched, it would have won
+    EXPECT_EQ(item->file_system + item->mount_point, std::string("/dev/fake") + mount_point);
+    EXPECT_EQ(item->total_size, static_cast<int64_t>(vfs.f_blocks * vfs.f_bsize));
+    EXPECT_DOUBLE_EQ(item->read_bandwidth, 2048 * 512);
+    EXPECT_DOUBLE_EQ(item->written_bandwidth, 4096 * 512);
+  }
+}
+
+// Devices are numbered from 0 without gaps; one that cannot be opened ends the search too. Each
+// pass decodes the newest record of what it read, through close-on-exec descriptors.
+TEST(DdrMonitorTest, DevicesAndTheNewestRecordOfEachRead) {
+  FixtureTree tree;
+  for (int id : {0, 1, 3}) tree.Fifo("dev/ddrmonitor" + std::to_string(id));
+  auto monitor = std::make_unique<QeltDdrMonitor>(tree.paths());
+  ASSERT_EQ(monitor->Infos().size(), 2u);
+  const int fd = monitor->Infos().front()->fd;
+  EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  int writers[2];
+  for (int id : {0, 1}) {
+    writers[id] = open(tree.Path("dev/ddrmonitor" + std::to_string(id)).c_str(),
+                       O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  }
+  for (std::size_t count : {1, 2, 174}) {  // 174 records fill a default 64 KiB pipe
+    const std::vector<unsigned char> bytes = DdrRecords(count);
+    for (int w : writers) ASSERT_EQ(write(w, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    monitor->DoMonitor();
+  }
+  for (int w : writers) close(w);
+  ASSERT_EQ(Names(*monitor), (std::vector<std::string>{"ddr0", "ddr1"}));
+  const auto* item = Item<QeltDdrResourceItem>(*monitor, "ddr0");
+  EXPECT_EQ(item->count, 2u);
+  EXPECT_EQ(item->bandwidth.at("CPU").read, 174.0 * 1048576);
+  monitor.reset();
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+  tree.Remove("dev/ddrmonitor1");
+  tree.Mkdir("dev/ddrmonitor1");  // there, but cannot be opened read-write
+  EXPECT_EQ(QeltDdrMonitor(tree.paths()).Infos().size(), 1u);
+}
+
+double Seconds(clockid_t clock) {
+  timespec ts{};
+  clock_gettime(clock, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+// This machine's /proc/stat while a thread spins, until it has had half a second of CPU.
+TEST(LiveMachine, CpuSharesCoverABusyThread) {
+  CpuMonitor monitor;
+  std::atomic<bool> spin{true};
+  std::thread busy([&spin] {
+    while (spin.load(std::memory_order_relaxed)) {
+    }
+  });
+  clockid_t busy_clock;
+  ASSERT_EQ(pthread_getcpuclockid(busy.native_handle(), &busy_clock), 0);
+  const double cpu0 = Seconds(busy_clock), wall0 = Seconds(CLOCK_MONOTONIC);
+  monitor.DoMonitor();
+  for (int i = 0; i < 600 && Seconds(busy_clock) - cpu0 < 0.5; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  monitor.DoMonitor();
+  const double spun = Seconds(busy_clock) - cpu0, wall = Seconds(CLOCK_MONOTONIC) - wall0;
+  spin = false;
+  busy.join();
+  for (const auto& [name, base] : monitor.Items()) {
+    const auto& item = dynamic_cast<const CpuResourceItem&>(*base);
+    EXPECT_NEAR(item.user + item.nice + item.system + item.idle + item.iowait + item.irq +
+                    item.softirq + item.steal,
+                100.0, 1e-6)
+        << name;
+  }
+  const auto& total = *Item<CpuResourceItem>(monitor, "total");
+  const double cpus = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  ASSERT_GE(spun, 0.5) << "the thread hardly ran in 30 s";
+  EXPECT_GE((total.user + total.nice + total.system) / 100.0 * wall * cpus, 0.8 * spun);
+}
+
+// 20 MiB over a TCP connection on 127.0.0.1, one (fake) second between the samples.
+TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
+  // What the kernel has counted on the interface, read around both samples.
+  const auto counted = [] {
+    long long total = 0;
+    for (const char* name : {"tx_bytes", "rx_bytes"}) {
+      std::ifstream file(std::string("/sys/class/net/lo/statistics/") + name);
+      long long value = -1;
+      file >> value;
+      total = value < 0 || total < 0 ? -1 : total + value;
+    }
+    return total;
+  };
+  NetworkMonitor monitor;
+  monitor.SetClock(&Now);
+  const long long before = counted();
+  monitor.DoMonitor();
+  const long long bytes = 20LL << 20;
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof(addr);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), len), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len), 0);
+  const int sender = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(connect(sender, reinterpret_cast<sockaddr*>(&addr), len), 0);
+  const int receiver = accept(listener, nullptr, nullptr);
+  std::thread reader([receiver] {
+    char buffer[65536];
+    while (read(receiver, buffer, sizeof(buffer)) > 0) {
+    }
+  });
+  const std::string chunk(1 << 16, 's');
+  for (long long sent = 0; sent < bytes;) {
+    const ssize_t put = write(sender, chunk.data(), chunk.size());
+    if (put <= 0) break;
+    sent += put;
+  }
+  shutdown(sender, SHUT_WR);
+  reader.join();
+  for (int fd : {sender, receiver, listener}) close(fd);
+  g_now += 1000;
+  monitor.DoMonitor();
+  const long long after = counted();
+  const auto* lo = Item<NetworkResourceItem>(monitor, "lo:");
+  if (lo == nullptr) GTEST_SKIP() << "no loopback interface";
+  // Other programs' loopback traffic lands in the same counters: the rates lie between what
+  // this test sent and what the kernel counted (both ways) around the two samples.
+  EXPECT_GE(lo->tx_bandwidth, bytes);
+  EXPECT_GE(lo->rx_bandwidth, bytes);
+  if (before >= 0) {
+    EXPECT_LE(lo->tx_bandwidth + lo->rx_bandwidth, after - before);
+  }
+}
+
+// 16 MiB written and synced in the temporary directory, where that is on a disk in diskstats.
+TEST(LiveMachine, ASyncedWriteShowsInItsMountsBandwidth) {
+  DiskMonitor monitor;
+  monitor.SetClock(&Now);
+  monitor.DoMonitor();
+  const std::string dir = std::filesystem::temp_directory_path().string();
+  struct stat dir_st;
+  ASSERT_EQ(stat(dir.c_str(), &dir_st), 0);
+  const std::string path = dir + "/zefo-disk-test-" + std::to_string(getpid());
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ASSERT_GE(fd, 0);
+  const std::string chunk(1 << 20, 'z');
+  for (int i = 0; i < 16; ++i) ASSERT_EQ(write(fd, chunk.data(), chunk.size()), ssize_t{1 << 20});
+  ASSERT_EQ(fsync(fd), 0);
+  close(fd);
+  unlink(path.c_str());
+  g_now += 1000;
+  monitor.DoMonitor();
+  for (const auto& [name, item] : monitor.Items()) {
+    struct stat st;
+    if (stat(name.c_str(), &st) == 0 && st.st_dev == dir_st.st_dev) {
+      // The figure is the bytes the device took in that second, ours and others'.
+      EXPECT_GE(dynamic_cast<DiskResourceItem*>(item)->written_bandwidth, 16.0 * (1 << 20));
+      return;
+    }
+  }
+  GTEST_SKIP() << dir << " is not on a disk listed in /proc/diskstats";
+}
+
+}  // namespace
+}  // namespace zefo

@@ -1,0 +1,101 @@
+#include "support/board.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace zefo::testing {
+
+namespace {
+
+int64_t g_now = 0;
+int64_t BoardNow() {
+  return g_now;
+}
+
+}  // namespace
+
+void LoadBoard(const FixtureTree& tree, int pass, const std::vector<std::string>& only) {
+  namespace fs = std::filesystem;
+  const fs::path from = fs::path(ZEFO_FIXTURE_DIR) / "board" / (pass == 0 ? "t0" : "t1");
+  const auto options = fs::copy_options::recursive | fs::copy_options::overwrite_existing;
+  if (only.empty()) fs::copy(from, tree.root(), options);
+  for (const std::string& rel : only) {
+    fs::create_directories(fs::path(tree.Path(rel)).parent_path());
+    fs::copy(from / rel, tree.Path(rel), options);
+  }
+}
+
+std::vector<unsigned char> BoardDdrRecord() {
+  std::ifstream in(std::string(ZEFO_FIXTURE_DIR) + "/board/ddrmonitor0.bin", std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+format::Snapshot BoardPass(const FixtureTree& tree) {
+  const KernelPaths paths = tree.paths();
+  tree.Fifo("dev/ddrmonitor0");
+  LoadBoard(tree, 0);
+  CpuMonitor cpu(paths);
+  BpuMonitor bpu(paths);
+  MemoryMonitor memory(paths);
+  NetworkMonitor network(paths);
+  TemperatureMonitor temperature(paths);
+  QeltDdrMonitor ddr(paths);
+  ProcInfoMonitor process(paths);
+  process.SetPageSize(4096);
+  BaseMonitor* monitors[] = {&cpu, &bpu, &memory, &network, &temperature, &ddr, &process};
+  const int ddr_fd = open(tree.Path("dev/ddrmonitor0").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  const std::vector<unsigned char> record = BoardDdrRecord();
+
+  DiskResourceInfo disk_info;
+  ResourceItems disks;
+  DiskState userdata;
+  userdata.file_system = "/dev/mmcblk0p7";
+  userdata.mount_point = "/userdata";
+  userdata.name = "mmcblk0p7";
+  userdata.total_size = 4096000000;
+  userdata.available_size = 1234567890;
+  DiskState media = userdata;
+  media.file_system = "/dev/sda1";
+  media.mount_point = "/media/my\\040disk";  // a blank, escaped as the mount table writes it
+  media.name = "sda1";
+
+  for (int pass = 0; pass < 2; ++pass) {
+    g_now = 1000 + 2000 * pass;
+    if (pass == 1) LoadBoard(tree, 1);
+    if (ddr_fd >= 0 && write(ddr_fd, record.data(), record.size()) < 0) break;
+    for (BaseMonitor* monitor : monitors) {
+      monitor->SetClock(&BoardNow);
+      monitor->DoMonitor();
+    }
+    userdata.sectors_read = 4096 * pass;  // 2 MiB in 2 s
+    userdata.sectors_written = 8 * pass;
+    disk_info.Update(&disks, userdata.mount_point, userdata, g_now);
+    disk_info.Update(&disks, media.mount_point, media, g_now);
+  }
+  if (ddr_fd >= 0) close(ddr_fd);
+
+  format::Snapshot snapshot;
+  snapshot.update_time = kBoardUpdateTime;
+  snapshot.Add(Cpu, cpu.Items());
+  snapshot.Add(Bpu, bpu.Items());
+  snapshot.Add(Disk, disks.Items());
+  snapshot.Add(Memory, memory.Items());
+  snapshot.Add(Network, network.Items());
+  snapshot.Add(Temperature, temperature.Items());
+  snapshot.Add(QeltDdr, ddr.Items());
+  snapshot.Add(ProcInfo, process.Items());
+  return snapshot;
+}
+
+format::FormatOptions FixedOptions() {
+  format::FormatOptions options;
+  options.utc = true;
+  options.clock_ticks = 100;
+  return options;
+}
+
+}  // namespace zefo::testing

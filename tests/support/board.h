@@ -1,0 +1,36 @@
+// The fixture board (tests/fixtures/board): a healthy board's kernel files at two moments, t0
+// and t1, two seconds apart. CPUs cpu0, cpu1, cpu2 and cpu10 (whose counters stand still, so
+// its shares are NaN); two BPU cores; memory without MemShared; lo and eth0; four thermal
+// zones; one DDR device (ddrmonitor0.bin, one record, fed through a FIFO); three processes, one
+// registered and one whose name holds a quote, a backslash and a byte that is not UTF-8.
+#ifndef ZEFO_TESTS_SUPPORT_BOARD_H_
+#define ZEFO_TESTS_SUPPORT_BOARD_H_
+
+#include <string>
+#include <vector>
+
+#include "support/fixture_tree.h"
+#include "zefo/format/formats.h"
+#include "zefo/format/snapshot.h"
+
+namespace zefo::testing {
+
+// 2024-05-01 18:51:02 UTC, in milliseconds.
+constexpr uint64_t kBoardUpdateTime = 1714589462000;
+
+// Copies the board's files at t0 (`pass` 0) or t1 (1) over `tree`: all of them, or only the
+// files and directories named in `only` (relative to the tree's root).
+void LoadBoard(const FixtureTree& tree, int pass, const std::vector<std::string>& only = {});
+// The DDR device's record.
+std::vector<unsigned char> BoardDdrRecord();
+
+// Loads the board into `tree`, runs every monitor at t0 and t1 and returns the second pass. The
+// disk monitor asks statvfs about real mount points, so its two items are made from samples.
+format::Snapshot BoardPass(const FixtureTree& tree);
+
+// Options that make the output the same on every machine.
+format::FormatOptions FixedOptions();
+
+}  // namespace zefo::testing
+
+#endif  // ZEFO_TESTS_SUPPORT_BOARD_H_
