@@ -40,8 +40,8 @@ void DiskResourceInfo::DoUpdate(const std::string& /*name*/, DiskResourceItem* i
   item->written_bandwidth =
       static_cast<double>(detail::WrappingSub(current.sectors_written, previous.sectors_written)) *
       512.0 / elapsed_seconds;
-  item->counters.read_bytes = current.sectors_read * 512;
-  item->counters.written_bytes = current.sectors_written * 512;
+  item->counters.read_bytes = detail::WrappingMul(current.sectors_read, 512);
+  item->counters.written_bytes = detail::WrappingMul(current.sectors_written, 512);
 }
 
 DiskMonitor::DiskMonitor() : DiskMonitor(KernelPaths()) {}
