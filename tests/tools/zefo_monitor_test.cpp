@@ -321,7 +321,9 @@ TEST(ZefoMonitorToolTest, HostileNamesAndCommandLinesStayBoundedAndReachTerminal
   const Outcome run = RunToEnd(args, -1, &usage);
   ASSERT_EQ(run.code, 0) << run.err;
   EXPECT_LT(run.out.size(), 32u << 10);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Sanitizers and an emulator (whose own memory counts in the child's) add their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
+    !defined(ZEFO_MONITOR_EMULATOR)
   EXPECT_LT(usage.ru_maxrss, 24 << 10) << "kB";  // a few times the hostile 1.8 MB
 #endif
   const auto json = nlohmann::json::parse(run.out.substr(run.out.rfind('\n', run.out.size() - 2)));
