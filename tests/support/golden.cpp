@@ -12,7 +12,8 @@ namespace {
 
 // printf writes the NaN of 0/0 as "-nan" on x86 and "nan" on ARM: golden files hold "nan".
 std::string WithoutNanSign(std::string text) {
-  for (std::size_t at = 0; (at = text.find(" -nan", at)) != std::string::npos;) text.erase(at + 1, 1);
+  for (std::size_t at = 0; (at = text.find(" -nan", at)) != std::string::npos;)
+    text.erase(at + 1, 1);
   return text;
 }
 
