@@ -21,11 +21,6 @@ namespace {
 
 using testing::FixtureTree;
 
-int64_t g_now = 0;
-int64_t FakeNow() {
-  return g_now;
-}
-
 // Rewrites `rel` without its lines that start with `prefix`.
 void DropLines(const FixtureTree& tree, const std::string& rel, const std::string& prefix) {
   std::ifstream in(tree.Path(rel));
@@ -85,9 +80,9 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
     tree.Fifo("dev/ddrmonitor0");
     std::unique_ptr<BaseMonitor> monitor(c.make(tree.paths()));
     const int ddr_fd = open(tree.Path("dev/ddrmonitor0").c_str(), O_WRONLY | O_NONBLOCK);
-    monitor->SetClock(&FakeNow);
+    monitor->SetClock(&testing::FakeNow);
     const auto pass = [&](int64_t now, bool both) {
-      g_now = now;
+      testing::g_fake_now = now;
       testing::LoadBoard(tree, now > 1000 ? 1 : 0);
       WriteDisk(tree, true);
       if (both && ddr_fd >= 0) {  // the FIFO opens for writing once the DDR monitor reads it
@@ -102,7 +97,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
     const auto live = [&](const std::string& name) {
       auto it = monitor->Items().find(name);
       return it != monitor->Items().end() &&
-             it->second->update_time == static_cast<uint64_t>(g_now);
+             it->second->update_time == static_cast<uint64_t>(testing::g_fake_now);
     };
     const bool can_go = !c.goes.empty();
     pass(1000, true);

@@ -39,12 +39,6 @@ namespace {
 using testing::FixtureTree;
 using L = std::vector<long long>;
 
-// The clock of the monitors below: passes are one second apart.
-int64_t g_now = 1000;
-int64_t Now() {
-  return g_now;
-}
-
 template <typename T = ResourceItem>
 const T* Item(const BaseMonitor& monitor, const std::string& name) {
   const auto it = monitor.Items().find(name);
@@ -319,10 +313,10 @@ TEST(DiskMonitorTest, MountsMatchTheirDeviceLineOnly) {
   };
   diskstats(100, 200);
   DiskMonitor monitor(tree.paths());
-  monitor.SetClock(&Now);
+  monitor.SetClock(&testing::FakeNow);
   EXPECT_TRUE(monitor.DoMonitor());
   diskstats(100 + 2048, 200 + 4096);
-  g_now += 1000;
+  testing::g_fake_now += 1000;
   EXPECT_TRUE(monitor.DoMonitor());
   ASSERT_EQ(Names(monitor), (std::vector<std::string>{"/data", "/data2"}));
   // A line of one word keeps the last mount point, under the new word.
@@ -428,7 +422,7 @@ TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
     return total;
   };
   NetworkMonitor monitor;
-  monitor.SetClock(&Now);
+  monitor.SetClock(&testing::FakeNow);
   const long long before = counted();
   monitor.DoMonitor();
   const long long bytes = 20LL << 20;
@@ -457,7 +451,7 @@ TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
   shutdown(sender, SHUT_WR);
   reader.join();
   for (int fd : {sender, receiver, listener}) close(fd);
-  g_now += 1000;
+  testing::g_fake_now += 1000;
   monitor.DoMonitor();
   const long long after = counted();
   const auto* lo = Item<NetworkResourceItem>(monitor, "lo:");
@@ -474,7 +468,7 @@ TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
 // 16 MiB written and synced in the temporary directory, where that is on a disk in diskstats.
 TEST(LiveMachine, ASyncedWriteShowsInItsMountsBandwidth) {
   DiskMonitor monitor;
-  monitor.SetClock(&Now);
+  monitor.SetClock(&testing::FakeNow);
   monitor.DoMonitor();
   const std::string dir = std::filesystem::temp_directory_path().string();
   struct stat dir_st;
@@ -487,7 +481,7 @@ TEST(LiveMachine, ASyncedWriteShowsInItsMountsBandwidth) {
   ASSERT_EQ(fsync(fd), 0);
   close(fd);
   unlink(path.c_str());
-  g_now += 1000;
+  testing::g_fake_now += 1000;
   monitor.DoMonitor();
   for (const auto& [name, item] : monitor.Items()) {
     struct stat st;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <fstream>
 #include <thread>
 #include <tuple>
@@ -85,6 +86,9 @@ TEST(ProcInfoParse, OddLines) {
       {agg + "cpu0 1\ncpu1 1\ncpu2 1\ncpu3 1\nintr 5 6\n", true, 550, 4},
       {agg + "cpu0 1\nintr 5\n", true, 550, 0},  // a lone cpu0 reads 0 cores
       {agg, true, 550, 11},                      // no per-core line: the first counter, plus one
+      // A fuzzer's finding: the core count (plus one) overflowed an int.
+      {"cpu  1 2 3 4\ncpu2147483647 1\n", true, 10, INT_MAX},
+      {"cpu  2147483647 2 3 4\n", true, 2147483656, INT_MAX},
       {"intr 1 2\n" + agg, false, -1, -1},
       {"", false, -1, -1},
   };
@@ -188,17 +192,12 @@ class Child {
   int cmd_ = -1, ack_ = -1;
 };
 
-int64_t g_now = 1000;
-int64_t Now() {
-  return g_now;
-}
-
 TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
   FixtureTree scratch;
   Child child(scratch.root());
   const std::string pid = std::to_string(child.pid);
   ProcInfoMonitor monitor(std::set<std::string>{pid});
-  monitor.SetClock(&Now);
+  monitor.SetClock(&testing::FakeNow);
   ASSERT_TRUE(monitor.DoMonitor());
   ASSERT_TRUE(child.Ask('w'));
   ASSERT_TRUE(monitor.DoMonitor());  // same fake time: only the counters move
@@ -212,7 +211,7 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
   EXPECT_NEAR(item->VmRss, rss_kb * 1024.0, rss_kb * 1024.0 * 0.05);
   const int64_t fds = item->fd_count;
   for (char c : {'o', 'o', 'w'}) ASSERT_TRUE(child.Ask(c));
-  g_now += 1000;
+  testing::g_fake_now += 1000;
   ASSERT_TRUE(monitor.DoMonitor());
   EXPECT_EQ(item->fd_count, fds + 3);
   if (item->io_write_bandwidth == 0) GTEST_SKIP() << "this file system does not count writes";

@@ -24,13 +24,6 @@ namespace {
 using format::Format;
 using format::Snapshot;
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 void WriteAll(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
@@ -118,7 +111,7 @@ TEST_F(Store, ReplaysEveryFormatByteForByte) {
 TEST_F(Store, TornWritesCostOnlyWhatTheyTore) {
   const std::vector<uint64_t> sizes = Record(3);
   const std::string first = Segments(dir).at(0);
-  const std::string whole = ReadAll(first);
+  const std::string whole = testing::ReadFile(first);
   for (uint64_t cut = sizes[1]; cut < sizes[2]; ++cut) {
     WriteAll(first, whole.substr(0, cut));
     const Replayed r = ReplayAll(dir);
@@ -142,7 +135,7 @@ TEST_F(Store, DamageCostsUpToTheNextKeyFrame) {
   options.key_frame_interval = 2;
   const std::vector<uint64_t> sizes = Record(6, options);
   const std::string segment = Segments(dir).at(0);
-  const std::string whole = ReadAll(segment);
+  const std::string whole = testing::ReadFile(segment);
   const struct {
     int record;
     std::size_t offset;  // into the record
@@ -177,7 +170,7 @@ TEST(StoreVersions, ReadsVersionOneAndRefusesNewer) {
 
   testing::FixtureTree tree;
   const std::vector<std::string> files = Segments(v1);
-  std::string newer = ReadAll(files.at(0));
+  std::string newer = testing::ReadFile(files.at(0));
   newer[8] = 2;  // the version, after the magic
   tree.Write("store/" + files[0].substr(files[0].rfind('/') + 1), newer);
   const Replayed refused = ReplayAll(tree.Path("store"));
@@ -191,7 +184,7 @@ TEST_F(Store, RemovesOldestSegmentsBySizeAndAge) {
   options.key_frame_interval = 1;
   Record(400, options);
   uint64_t total = 0;
-  for (const std::string& file : Segments(dir)) total += ReadAll(file).size();
+  for (const std::string& file : Segments(dir)) total += testing::ReadFile(file).size();
   EXPECT_LE(total, options.max_bytes);
   const Replayed r = ReplayAll(dir);
   ASSERT_FALSE(r.passes.empty());
@@ -231,7 +224,7 @@ TEST_F(Store, SurvivesKillAndRestart) {
     if (!recorder.Open(dir).empty()) _exit(1);
     for (uint64_t t = 1;; ++t) recorder.Append(Pass(t));
   }
-  while (Segments(dir).empty() || ReadAll(Segments(dir)[0]).size() < 200000) usleep(1000);
+  while (Segments(dir).empty() || testing::ReadFile(Segments(dir)[0]).size() < 200000) usleep(1000);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   {

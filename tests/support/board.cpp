@@ -9,15 +9,6 @@
 
 namespace zefo::testing {
 
-namespace {
-
-int64_t g_now = 0;
-int64_t BoardNow() {
-  return g_now;
-}
-
-}  // namespace
-
 void LoadBoard(const FixtureTree& tree, int pass, const std::vector<std::string>& only) {
   namespace fs = std::filesystem;
   const fs::path from = fs::path(ZEFO_FIXTURE_DIR) / "board" / (pass == 0 ? "t0" : "t1");
@@ -64,17 +55,17 @@ format::Snapshot BoardPass(const FixtureTree& tree) {
   media.name = "sda1";
 
   for (int pass = 0; pass < 2; ++pass) {
-    g_now = 1000 + 2000 * pass;
+    g_fake_now = 1000 + 2000 * pass;
     if (pass == 1) LoadBoard(tree, 1);
     if (ddr_fd >= 0 && write(ddr_fd, record.data(), record.size()) < 0) break;
     for (BaseMonitor* monitor : monitors) {
-      monitor->SetClock(&BoardNow);
+      monitor->SetClock(&FakeNow);
       monitor->DoMonitor();
     }
     userdata.sectors_read = 4096 * pass;  // 2 MiB in 2 s
     userdata.sectors_written = 8 * pass;
-    disk_info.Update(&disks, userdata.mount_point, userdata, g_now);
-    disk_info.Update(&disks, media.mount_point, media, g_now);
+    disk_info.Update(&disks, userdata.mount_point, userdata, g_fake_now);
+    disk_info.Update(&disks, media.mount_point, media, g_fake_now);
   }
   if (ddr_fd >= 0) close(ddr_fd);
 

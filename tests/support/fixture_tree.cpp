@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
@@ -74,6 +75,11 @@ void FixtureTree::Sparse(std::string_view rel, long long size) const {
 void FixtureTree::Remove(std::string_view rel) const {
   std::error_code ignored;
   fs::remove_all(Path(rel), ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 }  // namespace zefo::testing

@@ -1,6 +1,7 @@
 #ifndef ZEFO_TESTS_SUPPORT_FIXTURE_TREE_H_
 #define ZEFO_TESTS_SUPPORT_FIXTURE_TREE_H_
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -39,6 +40,15 @@ class FixtureTree {
   void MakeParents(const std::string& path) const;
   std::string root_;
 };
+
+// The whole content of a file, as bytes; empty when it cannot be read.
+std::string ReadFile(const std::string& path);
+
+// A clock the tests set by hand, in milliseconds; monitors take it through SetClock(&FakeNow).
+inline int64_t g_fake_now = 0;
+inline int64_t FakeNow() {
+  return g_fake_now;
+}
 
 }  // namespace zefo::testing
 

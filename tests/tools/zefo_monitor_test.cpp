@@ -127,13 +127,6 @@ Outcome RunToEnd(const std::vector<std::string>& args, int stdout_fd = -1,
   return {code, child.out_text, child.err_text};
 }
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 // Each case is one run: bad options exit 2 with the reason on standard error, --help and
 // --version exit 0, --output replaces its file whole with one pass of its format, a failed
 // write ends the run with a message and status 1, and a reader that left ends it quietly.
@@ -215,11 +208,12 @@ TEST(ZefoMonitorToolTest, OneRunPerOption) {
   }
   close(full);
   close(left_pipe[1]);
-  const std::string json = ReadAll(dir + "pass.json");
+  const std::string json = zefo::testing::ReadFile(dir + "pass.json");
   EXPECT_EQ(json.find('\n'), json.size() - 1);
   EXPECT_TRUE(nlohmann::json::parse(json)["cpu"].contains("total")) << json;
-  EXPECT_FALSE(nlohmann::json::parse(ReadAll(dir + "kept.json"))["cpu"].contains("total"));
-  const std::string prom = ReadAll(dir + "z.prom");
+  EXPECT_FALSE(
+      nlohmann::json::parse(zefo::testing::ReadFile(dir + "kept.json"))["cpu"].contains("total"));
+  const std::string prom = zefo::testing::ReadFile(dir + "z.prom");
   const std::size_t at = prom.find("\nzefo_update_time_seconds ");  // one pass: once
   ASSERT_NE(at, std::string::npos);
   EXPECT_EQ(prom.find("\nzefo_update_time_seconds ", at + 1), std::string::npos);
