@@ -1,8 +1,13 @@
 #!/usr/bin/env python3
-"""The second half of prometheus_e2e.sh, run once the server scrapes everything.
+"""What prometheus_e2e.sh asks the server it started.
 
-For 60 s it makes traffic it can count: TCP over loopback at a steady 40 MiB/s and writes to
-the disk at 16 MiB/s (the board simulator adds 1000 MiB/s read and 500 written on every DDR
+First, within 90 s: every target is up but the two refused ones (a wrong password gets 401,
+plain HTTP to the TLS port fails), series of every zefo_ metric arrive through /metrics and
+through node_exporter's textfile alike, every kind among them, the stored memory total equals
+this machine's MemTotal, and zefo_bpu was scraped as an OpenMetrics info.
+
+Then, for 60 s, it makes traffic it can count: TCP over loopback at a steady 40 MiB/s and writes
+to the disk at 16 MiB/s (the board simulator adds 1000 MiB/s read and 500 written on every DDR
 port). Near the end, rate(..._total[30s]) must agree within 5 %: the loopback's received bytes
 with what the test sent, each DDR port with the simulator's load, and the disk's written bytes
 with what the kernel's /proc/diskstats counted between the two passes the window's first and
@@ -36,13 +41,62 @@ DDR_LOAD = {"read": 1000 * MIB, "write": 500 * MIB}  # board-sim --ddr-load 1000
 TOLERANCE = 0.05
 
 
-def query(expr, at=None):
-    params = {"query": expr}
-    if at is not None:
-        params["time"] = "%.3f" % at
-    url = base + "/api/v1/query?" + urllib.parse.urlencode(params)
+KINDS = ("cpu", "bpu", "disk", "memory", "network", "temperature", "ddr", "process")
+
+
+def get(path, **params):
+    url = base + path + ("?" + urllib.parse.urlencode(params) if params else "")
     with urllib.request.urlopen(url, timeout=10) as reply:
-        return json.load(reply)["data"]["result"]
+        return json.load(reply)["data"]
+
+
+def query(expr, at=None):
+    return get("/api/v1/query", query=expr, **({} if at is None else {"time": "%.3f" % at}))[
+        "result"]
+
+
+def mem_total():
+    with open("/proc/meminfo") as f:
+        for line in f:
+            if line.startswith("MemTotal:"):
+                return int(line.split()[1]) * 1024
+
+
+def scraped():
+    """What is still missing from the scrapes (nothing, once every target is in)."""
+    up = {r["metric"]["job"]: r["value"][1] for r in query("up")}
+    expected = {"zefo": "1", "node": "1", "tls": "1", "tls_wrong_password": "0",
+                "tls_plain_http": "0"}
+    if up != expected:
+        return ["targets up: %s, not %s" % (up, expected)]
+    errors = {t["labels"]["job"]: t["lastError"] for t in get("/api/v1/targets")["activeTargets"]}
+    if "401" not in errors["tls_wrong_password"]:
+        return ["a wrong password got: %s" % errors["tls_wrong_password"]]
+    if not query('{job="tls",__name__="zefo_update_time_seconds"}'):
+        return ["no zefo_update_time_seconds scraped over TLS"]
+    problems, names = [], {"zefo": set(), "node": set()}
+    for r in query('count by (__name__, job) ({__name__=~"zefo_.+",job=~"zefo|node"})'):
+        names[r["metric"]["job"]].add(r["metric"]["__name__"])
+    if names["zefo"] != names["node"]:
+        problems.append("only through /metrics: %s; only through the textfile: %s" % (
+            sorted(names["zefo"] - names["node"]), sorted(names["node"] - names["zefo"])))
+    for kind in KINDS:
+        if not any(n.startswith("zefo_%s_" % kind) for n in names["zefo"] & names["node"]):
+            problems.append("no %s series through both paths" % kind)
+    totals = {r["metric"]["job"]: float(r["value"][1]) for r in query("zefo_memory_total_bytes")}
+    if totals != {"zefo": mem_total(), "node": mem_total()}:
+        problems.append("zefo_memory_total_bytes %s, MemTotal %d" % (totals, mem_total()))
+    if [r["value"][1] for r in query('node_textfile_scrape_error{job="node"}')] != ["0"]:
+        problems.append("node_exporter's textfile collector reports an error")
+    # The info type exists only in OpenMetrics: seeing it proves the scrape negotiated it.
+    meta = get("/api/v1/targets/metadata", match_target='{job="zefo"}', metric="zefo_bpu")
+    if [m["type"] for m in meta] != ["info"]:
+        problems.append("zefo_bpu was not scraped as an OpenMetrics info: %s" % meta)
+    if not problems:
+        print("e2e: %d zefo_ metric names through /metrics and through node_exporter; memory "
+              "total %d bytes in both; scraped over TLS with basic auth, a wrong password gets "
+              "401, plain HTTP fails" % (len(names["zefo"]), mem_total()))
+    return problems
 
 
 def paced(rate, send, stop):
@@ -128,7 +182,18 @@ def agrees(what, got, expected, problems):
 
 
 def main():
-    problems = []
+    deadline, problems = time.monotonic() + 90, ["the server did not answer"]
+    while problems and time.monotonic() < deadline:
+        try:
+            problems = scraped()
+        except (OSError, ValueError, KeyError) as error:
+            problems = ["query failed: %s" % error]
+        if problems:
+            time.sleep(1)
+    if problems:
+        for problem in problems:
+            print("e2e: FAIL: " + problem, file=sys.stderr)
+        return 1
     device = device_of(os.path.realpath(work))
     result, log = {}, []
     stop = time.monotonic() + SECONDS
