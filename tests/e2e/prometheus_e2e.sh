@@ -28,28 +28,23 @@ node_exporter=/usr/bin/prometheus-node-exporter
 # Debian starts an installed package's service through invoke-rc.d. Without systemd that would
 # run the init script and leave a server on 9090 and an exporter on 9100, so a policy that
 # forbids starting services is put in place for the install when there is none.
+# shellcheck source=scripts/lib/apt-ensure.sh
+. "$source_dir/scripts/lib/apt-ensure.sh"
 install_packages() {
-  local missing=()
-  [[ -x $prometheus ]] || missing+=(prometheus)
-  [[ -x $node_exporter ]] || missing+=(prometheus-node-exporter)
-  # The OpenMetrics reference parser, for the system's Python.
-  /usr/bin/python3 -c 'import prometheus_client' 2>/dev/null || missing+=(python3-prometheus-client)
-  ((${#missing[@]} > 0)) || return 0
-  local as_root=()
+  [[ -x $prometheus && -x $node_exporter ]] &&
+    /usr/bin/python3 -c 'import prometheus_client' 2>/dev/null && return 0
+  local as_root=() policy=/usr/sbin/policy-rc.d made_policy=0 code=0
   ((EUID == 0)) || as_root=(sudo)
-  local policy=/usr/sbin/policy-rc.d made_policy=0
   if [[ ! -e $policy ]]; then
     printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
     "${as_root[@]}" chmod 755 "$policy"
     made_policy=1
   fi
-  echo "e2e: installing ${missing[*]}"
-  local status=0
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q >/dev/null || status=$?
-  ((status != 0)) || "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y \
-    --no-install-recommends "${missing[@]}" </dev/null >/dev/null || status=$?
+  # python3-prometheus-client: the OpenMetrics reference parser, for the system's Python.
+  apt_ensure prometheus prometheus-node-exporter python3-prometheus-client </dev/null >/dev/null ||
+    code=$?
   ((made_policy == 0)) || "${as_root[@]}" rm -f "$policy"
-  return "$status"
+  return "$code"
 }
 install_packages
 
