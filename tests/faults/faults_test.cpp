@@ -3,15 +3,12 @@
 // through five passes of the fixture board (the damage in place for passes 3 and 4) and the
 // damaged monitor is held to three things: every pass comes back quickly; after pass 4 every
 // item the damage cannot have touched reads exactly as in the pristine run; after pass 5 every
-// item is updated again. Then a DDR device that delivers odd amounts, and counters that wrap.
-#include <fcntl.h>
+// item is updated again. Then counters that wrap.
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
@@ -289,66 +286,6 @@ TEST(FaultsOf, EveryFileOfTheDiskReader) {
                 return key + " /mnt/with\\040blank\\040" + std::string(4000, 'p') + " ext4 rw 0 0";
               },
               nullptr});
-}
-
-// Records are counted from the start of each read; the newest whole one wins, bytes short of a
-// record go with the read (never shifting what later reads decode), and the other device goes
-// on being read.
-TEST(FaultsOf, DdrDeviceDeliveringOddAmounts) {
-  FixtureTree tree;
-  for (const char* dev : {"dev/ddrmonitor0", "dev/ddrmonitor1"}) tree.Fifo(dev);
-  QeltDdrMonitor monitor(tree.paths());
-  monitor.SetClock(&testing::FakeNow);
-  int writers[2];
-  for (int id = 0; id < 2; ++id) {
-    writers[id] = open(tree.Path("dev/ddrmonitor" + N(id)).c_str(), O_WRONLY | O_NONBLOCK);
-  }
-  const auto record = [](uint32_t mib) {
-    std::vector<unsigned char> bytes = testing::BoardDdrRecord();
-    const uint32_t raw = mib << 16;
-    std::memcpy(bytes.data() + 12, &raw, sizeof raw);
-    return bytes;
-  };
-  const auto send = [&](int id, std::vector<unsigned char> bytes, std::size_t junk = 0) {
-    bytes.insert(bytes.end(), junk, 0x5A);  // stray bytes, short of a record
-    ASSERT_EQ(write(writers[id], bytes.data(), bytes.size()), ssize_t(bytes.size()));
-  };
-  const auto cpu = [&](const char* device) {
-    return dynamic_cast<QeltDdrResourceItem*>(monitor.Items().at(device))->bandwidth.at("CPU").read;
-  };
-  const auto pass = [&] {
-    testing::g_fake_now += 2000;
-    monitor.DoMonitor();
-  };
-  for (uint32_t mib : {1, 2}) {
-    send(0, record(mib));
-    send(1, record(mib));
-    pass();
-  }
-  const struct {
-    std::vector<uint32_t> whole;  // records of so many MiB, then `junk` stray bytes
-    std::size_t junk;
-    int shown;  // CPU port after the pass, MiB; 0 when the item keeps its figures
-  } cases[] = {{{}, 1, 0}, {{}, 375, 0}, {{5}, 1, 5}, {{6, 7}, 248, 7}};
-  uint32_t other = 2;
-  for (const auto& c : cases) {
-    std::vector<unsigned char> bytes;
-    for (uint32_t mib : c.whole) {
-      const std::vector<unsigned char> one = record(mib);
-      bytes.insert(bytes.end(), one.begin(), one.end());
-    }
-    send(0, bytes, c.junk);
-    send(1, record(++other));
-    const double before = cpu("ddr0");
-    pass();
-    EXPECT_EQ(cpu("ddr0"), c.shown > 0 ? c.shown * 1048576.0 : before) << c.junk;
-    EXPECT_EQ(cpu("ddr1"), other * 1048576.0);
-    send(0, record(9));  // the next read decodes the next whole record
-    send(1, record(++other));
-    pass();
-    EXPECT_EQ(cpu("ddr0"), 9 * 1048576.0);
-  }
-  for (int fd : writers) close(fd);
 }
 
 // The kernel's counters are unsigned, read as signed 64-bit values and differenced modulo 2^64:
