@@ -29,15 +29,8 @@ pc=$(find "$prefix" -name zefo_resource_monitor.pc -path '*/pkgconfig/*' | head 
 [[ -n $pc ]] || { echo "zefo_resource_monitor.pc was not installed" >&2; exit 1; }
 libdir=$(dirname "$(dirname "$pc")")
 missing=0
-for f in \
-  "$libdir"/libzefo_resource_monitor.so "$libdir"/libzefo_resource_monitor.so.1 \
-  "$libdir"/libzefo_thread.so.1 "$libdir"/libzefo_timmer.so.1 "$libdir"/libzefo_utils.so.1 \
-  "$libdir"/libzefo_format.so.1 "$libdir"/pkgconfig/zefo_format.pc \
-  "$prefix"/include/zefo/format/formats.h "$prefix"/include/zefo/format/snapshot.h \
-  "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfig.cmake \
-  "$libdir"/cmake/ZefoResourceMonitor/ZefoResourceMonitorConfigVersion.cmake \
-  "$prefix"/include/zefo/zefo_resource_monitor.h "$prefix"/include/zefo/base_monitor.h \
-  "$prefix"/include/zefo/kernel_paths.h "$prefix"/bin/zefo-monitor; do
+# What the builds and runs below do not reach: the other libraries of the package.
+for f in "$libdir"/libzefo_thread.so.1 "$libdir"/libzefo_timmer.so.1 "$libdir"/libzefo_utils.so.1; do
   if [[ ! -e $f ]]; then
     echo "not installed: ${f#"$prefix"/}" >&2
     missing=1
