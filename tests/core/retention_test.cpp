@@ -2,8 +2,6 @@
 // names unseen for a while: every kind, over the fixture board with one name taken away.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -31,19 +29,6 @@ void DropLines(const FixtureTree& tree, const std::string& rel, const std::strin
   tree.Write(rel, kept);
 }
 
-// The board has no mounts of its own (disks are asked about real mount points): two in rootfs/.
-void WriteDisk(const FixtureTree& tree, bool both) {
-  tree.Mkdir("rootfs/data");
-  tree.Mkdir("rootfs/media");
-  tree.Write("proc/mounts", std::string("/dev/fake /data ext4 rw 0 0\n") +
-                                (both ? "/dev/fake /media ext4 rw 0 0\n" : ""));
-  struct stat st;
-  stat(tree.Path("rootfs/data").c_str(), &st);
-  tree.Write("proc/diskstats", std::to_string(major(st.st_dev)) + " " +
-                                   std::to_string(minor(st.st_dev)) +
-                                   " fake 1 0 100 0 1 0 200 0 0 0 0\n");
-}
-
 template <typename M>
 BaseMonitor* Make(const KernelPaths& paths) {
   return new M(paths);
@@ -63,7 +48,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
       {"bpu", Make<BpuMonitor>, "bpu0", "bpu1",
        [&](const FixtureTree& t) { t.Remove(bpu + "bpu1"); }},
       {"disk", Make<DiskMonitor>, "/data", "/media",
-       [](const FixtureTree& t) { WriteDisk(t, false); }},
+       [](const FixtureTree& t) { testing::WriteDisk(t, {"/data"}); }},
       {"memory", Make<MemoryMonitor>, "", "", [](const FixtureTree&) {}},
       {"network", Make<NetworkMonitor>,
        "lo:", "eth0:", [](const FixtureTree& t) { DropLines(t, "proc/net/dev", "  eth0:"); }},
@@ -84,7 +69,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
     const auto pass = [&](int64_t now, bool both) {
       testing::g_fake_now = now;
       testing::LoadBoard(tree, now > 1000 ? 1 : 0);
-      WriteDisk(tree, true);
+      testing::WriteDisk(tree, {"/data", "/media"});  // the board has no mounts of its own
       if (both && ddr_fd >= 0) {  // the FIFO opens for writing once the DDR monitor reads it
         ASSERT_EQ(write(ddr_fd, record.data(), record.size()), static_cast<ssize_t>(record.size()));
       } else if (!both) {

@@ -4,8 +4,6 @@
 // damaged monitor is held to three things: every pass comes back quickly; after pass 4 every
 // item the damage cannot have touched reads exactly as in the pristine run; after pass 5 every
 // item is updated again. Then counters that wrap.
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -182,27 +180,6 @@ void RunAll(const Source& source) {
   }
 }
 
-// The tree's device number, when the 16-bit key of diskstats can name it.
-bool SixteenBitDevice(const FixtureTree& tree, unsigned& major_no, unsigned& minor_no) {
-  struct stat st;
-  if (stat(tree.Path("rootfs").c_str(), &st) != 0) return false;
-  major_no = major(st.st_dev);
-  minor_no = minor(st.st_dev);
-  return minor_no < 256 && major_no < 4096;
-}
-
-void WriteDisk(const FixtureTree& tree, const std::string& read, const std::string& written) {
-  unsigned major_no = 0, minor_no = 0;
-  SixteenBitDevice(tree, major_no, minor_no);
-  tree.Mkdir("rootfs/data");
-  tree.Mkdir("rootfs/logs");
-  tree.Write("proc/mounts",
-             "/dev/fake /data ext4 rw 0 0\nproc /proc proc rw 0 0\n/dev/fake /logs ext4 rw 0 0\n");
-  tree.Write("proc/diskstats", "   7       0 loop0 0 0 0 0 0 0 0 0 0 0 0\n " + N(major_no) + " " +
-                                   N(minor_no) + " fakedisk 1 0 " + read + " 0 1 0 " + written +
-                                   " 0 0 0 0\n");
-}
-
 std::vector<Source> Sources() {
   const Items all = {"*"}, cpu0 = {"cpu0"}, zone = {"bpu-thermal"}, core = {"bpu0"}, p = {"300"};
   const std::string cpufreq = "sys/devices/system/cpu/cpu0/cpufreq";
@@ -269,13 +246,14 @@ INSTANTIATE_TEST_SUITE_P(Board, Faults, ::testing::Range<std::size_t>(0, 6),
 
 TEST(FaultsOf, EveryFileOfTheDiskReader) {
   FixtureTree probe;
-  unsigned major_no, minor_no;
-  if (!SixteenBitDevice(probe, major_no, minor_no)) return;  // diskstats cannot name the tree's
+  if (!testing::WriteDisk(probe, {})) return;  // diskstats cannot name the tree's device
   const Items all = {"*"};
   Source disk{
       "disk",
       Make<DiskMonitor>(),
-      [](const FixtureTree& tree, int pass) { WriteDisk(tree, N(100 * pass), "0"); },
+      [](const FixtureTree& tree, int pass) {
+        testing::WriteDisk(tree, {"/data", "/logs"}, N(100 * pass), "0");
+      },
       {{"proc/mounts", "/dev/bad", 1, {}, all}, {"proc/diskstats", "   7 99 x", 0, {}, all}},
       {"  available size", "  total size"}};
   RunAll(disk);
@@ -302,15 +280,14 @@ TEST(FaultsOf, CountersThatWrapOrRunBackwards) {
   };
   for (const auto& c : cases) {
     FixtureTree tree;
-    unsigned major_no, minor_no;
-    const bool disk = SixteenBitDevice(tree, major_no, minor_no);
+    bool disk = false;
     NetworkMonitor network(tree.paths());
     DiskMonitor disks(tree.paths());
     network.SetClock(&testing::FakeNow);
     disks.SetClock(&testing::FakeNow);
     for (const char* value : {c.before, c.after}) {
       tree.Write("proc/net/dev", "h1\nh2\n  eth0: "s + value + " 1 0 0 0 0 0 0 5 1 0 0 0 0 0 0\n");
-      WriteDisk(tree, value, "8");
+      disk = testing::WriteDisk(tree, {"/data"}, value, "8");
       testing::g_fake_now += 2000;
       network.DoMonitor();
       disks.DoMonitor();

@@ -1,6 +1,8 @@
 #include "support/board.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -23,6 +25,23 @@ void LoadBoard(const FixtureTree& tree, int pass, const std::vector<std::string>
 std::vector<unsigned char> BoardDdrRecord() {
   std::ifstream in(std::string(ZEFO_FIXTURE_DIR) + "/board/ddrmonitor0.bin", std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+bool WriteDisk(const FixtureTree& tree, const std::vector<std::string>& mounts,
+               const std::string& read, const std::string& written) {
+  std::string table;
+  for (const std::string& mount : mounts) {
+    tree.Mkdir("rootfs" + mount);
+    table += "/dev/fake " + mount + " ext4 rw 0 0\n";
+  }
+  tree.Write("proc/mounts", table + "proc /proc proc rw 0 0\n");
+  struct stat st {};
+  stat(tree.Path("rootfs").c_str(), &st);
+  const unsigned major_no = major(st.st_dev), minor_no = minor(st.st_dev);
+  tree.Write("proc/diskstats", "   7       0 loop0 0 0 0 0 0 0 0 0 0 0 0\n " +
+                                   std::to_string(major_no) + " " + std::to_string(minor_no) +
+                                   " fakedisk 1 0 " + read + " 0 1 0 " + written + " 0 0 0 0\n");
+  return minor_no < 256 && major_no < 4096;
 }
 
 format::Snapshot BoardPass(const FixtureTree& tree) {

@@ -24,6 +24,13 @@ void LoadBoard(const FixtureTree& tree, int pass, const std::vector<std::string>
 // The DDR device's record.
 std::vector<unsigned char> BoardDdrRecord();
 
+// A disk for the disk monitor, which asks statvfs about real mount points: rootfs/<mount> for
+// each of `mounts`, all of "/dev/fake" (the device of the tree's own file system, whose
+// diskstats line, after a loop device's, reads `read` and `written` sectors), then /proc. False
+// when the 16-bit key of diskstats cannot name that device.
+bool WriteDisk(const FixtureTree& tree, const std::vector<std::string>& mounts,
+               const std::string& read = "100", const std::string& written = "200");
+
 // Loads the board into `tree`, runs every monitor at t0 and t1 and returns the second pass. The
 // disk monitor asks statvfs about real mount points, so its two items are made from samples.
 format::Snapshot BoardPass(const FixtureTree& tree);
