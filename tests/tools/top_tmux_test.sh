@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# zefo-monitor --top in a real terminal (tmux) over the simulated board and over a board without
-# BPU, DDR devices or thermal zones: every panel shows, the sort and filter keys change the list,
-# a resize redraws, and q, Ctrl-C or SIGTERM leave the terminal as it was.
+# zefo-monitor over the simulated board: the report has a block for every BPU core, DDR device
+# and zone; then --top in a real terminal (tmux) over that board and over a board without BPU,
+# DDR devices or thermal zones: every panel shows, the sort and filter keys change the list, a
+# resize redraws, and q, Ctrl-C or SIGTERM leave the terminal as it was. Last, board-sim --clean
+# leaves nothing behind.
 #   tests/tools/top_tmux_test.sh ZEFO_MONITOR BOARD_SIM
 set -euo pipefail
 monitor=$1 board_sim=$2
@@ -25,9 +27,20 @@ await() {
 # The pids of the process rows, in screen order.
 pids() { screen | sed -n '/^ *PID/,/^processes/p' | awk '$1 ~ /^[0-9]+$/ {print $1}'; }
 
-"$board_sim" "$work/board" --period 300 --bpu-cores 2 --ddr-devices 2 >"$work/sim.log" &
+"$board_sim" "$work/board" --period 300 --bpu-cores 2 --ddr-devices 2 --zones 3 --clean \
+  >"$work/sim.log" &
 sim_pid=$!
 for _ in $(seq 100); do grep -q ready "$work/sim.log" && break; sleep 0.1; done
+
+# The last of three reports (an absent procfs keeps it to the board's own monitors).
+report=$("$monitor" --sysfs "$work/board/sys" --devfs "$work/board/dev" \
+  --procfs "$work/board/proc" --period 250 --count 3 2>"$work/report.err")
+report=${report##*update time: }
+for block in "Bpu Label: bpu0" "Bpu Label: bpu1" "name *: bpu1$" "DDR Device Name: ddr0" "DDR Device Name: ddr1" \
+  "Temperature Type: cpu-thermal" "Temperature Type: bpu-thermal" "Temperature Type: ddr-thermal" \
+  "read bandwidth  : [1-9][0-9]*\.00$"; do
+  grep -q -- "$block" <<<"$report" || { echo "top-tmux: no '$block' in the report:" >&2; echo "$report" >&2; exit 1; }
+done
 mkdir -p "$work/bare/sys" "$work/bare/dev"
 
 #     name          board  size    resized  TERM            end   panels shown / left out
@@ -104,3 +117,12 @@ await '^DDR '
 tmux -L "$socket" send-keys -t top Left q
 await '^exit=0'
 echo "top-tmux: replay: steps and quits: ok"
+
+kill "$sim_pid"
+wait "$sim_pid" || { echo "top-tmux: board-sim exited with $?" >&2; exit 1; }
+sim_pid=
+if [[ -e $work/board ]] && [[ -n $(ls -A "$work/board") ]]; then
+  echo "top-tmux: board-sim --clean left $(ls -A "$work/board")" >&2
+  exit 1
+fi
+echo "top-tmux: board-sim --clean: ok"
