@@ -45,7 +45,8 @@ class FixtureTree {
 std::string ReadFile(const std::string& path);
 
 // A clock the tests set by hand, in milliseconds; monitors take it through SetClock(&FakeNow).
-inline int64_t g_fake_now = 0;
+// It starts at 1 s, as a sample taken at time 0 would read as no sample at all.
+inline int64_t g_fake_now = 1000;
 inline int64_t FakeNow() {
   return g_fake_now;
 }
