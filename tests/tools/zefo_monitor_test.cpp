@@ -78,23 +78,21 @@ Child Spawn(const std::vector<std::string>& args, int stdout_fd = -1) {
 bool Drain(Child& child, milliseconds limit, const std::string& until = "") {
   const auto deadline = Clock::now() + limit;
   const auto found = [&] {
-    return child.out_text.find(until) != std::string::npos ||
-           child.err_text.find(until) != std::string::npos;
+    return !until.empty() && (child.out_text.find(until) != std::string::npos ||
+                              child.err_text.find(until) != std::string::npos);
   };
-  while (child.out >= 0 || child.err >= 0) {
-    if (!until.empty() && found()) return true;
+  while ((child.out >= 0 || child.err >= 0) && !found()) {
     const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return false;
     pollfd fds[2] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
+    if (left <= 0) return false;
     if (poll(fds, 2, static_cast<int>(left)) < 0) continue;
     for (int i = 0; i < 2; ++i) {
       int& fd = i == 0 ? child.out : child.err;
-      if (fd < 0 || fds[i].revents == 0) continue;
       char buffer[4096];
-      const ssize_t n = read(fd, buffer, sizeof buffer);
+      const ssize_t n = fds[i].revents != 0 ? read(fd, buffer, sizeof buffer) : -2;
       if (n > 0) {
         (i == 0 ? child.out_text : child.err_text).append(buffer, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
+      } else if (n == 0 || (n == -1 && errno != EINTR)) {
         close(fd);
         fd = -1;
       }
@@ -226,22 +224,6 @@ TEST(ZefoMonitorToolTest, OneRunPerOption) {
   EXPECT_EQ(left, (std::vector<std::string>{"kept.json", "pass.json", "z.prom"}));
 }
 
-// A whole report, ending in an empty line, right after the first pass; SIGINT then ends the run
-// at once and cleanly, without waiting the period out.
-TEST(ZefoMonitorToolTest, ReportsUntilInterrupted) {
-  Child child = Spawn({"--period", "2000"});
-  ASSERT_GT(child.pid, 0);
-  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n\n")) << child.err_text;
-  const auto sent = Clock::now();
-  kill(child.pid, SIGINT);
-  EXPECT_TRUE(Drain(child, milliseconds(30000)));
-  EXPECT_EQ(Reap(child), 0) << child.err_text;
-  EXPECT_LT(Clock::now() - sent, milliseconds(1500));
-  EXPECT_EQ(child.err_text, "");
-  ASSERT_EQ(child.out_text.rfind("update time: ", 0), 0u);
-  EXPECT_EQ(child.out_text.substr(child.out_text.size() - 2), "\n\n");
-}
-
 #ifdef ZEFO_WITH_RECORD
 // What --record stored, --replay writes byte for byte as the live run wrote it.
 TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
@@ -263,8 +245,9 @@ TEST(ZefoMonitorToolTest, ReplayRepeatsTheLiveOutput) {
 #endif
 
 // A process that exits leaves the output from the pass after its exit. What is live is chosen
-// once for every format (the snapshot), so JSON stands for them all.
-TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheOutput) {
+// once for every format (the snapshot), so JSON stands for them all. SIGINT then ends the run at
+// once and cleanly, without waiting the period out.
+TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheOutputAndSigintEndsTheRun) {
   const pid_t busy = fork();
   ASSERT_GE(busy, 0);
   if (busy == 0) {
@@ -272,21 +255,24 @@ TEST(ZefoMonitorToolTest, AnExitedProcessLeavesTheOutput) {
     }
   }
   const std::string needle = "\"" + std::to_string(busy) + "\":{";
-  Child child = Spawn({"--pid", std::to_string(busy), "--period", "100", "--format", "json"});
+  Child child = Spawn({"--pid", std::to_string(busy), "--period", "2000", "--format", "json"});
   ASSERT_GT(child.pid, 0);
   const bool seen = Drain(child, milliseconds(30000), needle);
   kill(busy, SIGKILL);
   waitpid(busy, nullptr, 0);
   ASSERT_TRUE(seen) << child.out_text << child.err_text;
   // The pass under way at the exit may still have sampled it; the one after may not.
-  child.out_text.erase(0, child.out_text.rfind('\n') + 1);
-  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
-  child.out_text.erase(0, child.out_text.find('\n') + 1);
-  ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  for (int pass = 0; pass < 2; ++pass) {
+    child.out_text.erase(0, child.out_text.find('\n') + 1);
+    ASSERT_TRUE(Drain(child, milliseconds(30000), "\n"));
+  }
   EXPECT_EQ(child.out_text.substr(0, child.out_text.find('\n')).find(needle), std::string::npos);
-  kill(child.pid, SIGTERM);
-  Drain(child, milliseconds(30000));
+  const auto sent = Clock::now();
+  kill(child.pid, SIGINT);
+  EXPECT_TRUE(Drain(child, milliseconds(30000)));
   EXPECT_EQ(Reap(child), 0);
+  EXPECT_LT(Clock::now() - sent, milliseconds(1500));
+  EXPECT_EQ(child.err_text, "");
 }
 
 // What other users control (a registration directory anyone may write, a process's own command
@@ -364,8 +350,7 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   httplib::Client client("127.0.0.1", port);
 
   httplib::Result page = client.Get("/");
-  ASSERT_TRUE(page);
-  EXPECT_EQ(page->status, 200);
+  ASSERT_TRUE(page && page->status == 200);
   EXPECT_NE(page->body.find("href=\"/metrics\""), std::string::npos);
   EXPECT_EQ(client.Get("/nothing")->status, 404);
 
@@ -378,30 +363,12 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   ASSERT_TRUE(text && text->status == 200);
   EXPECT_EQ(text->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
   EXPECT_NE(text->body.find("\nzefo_update_time_seconds "), std::string::npos);
-  EXPECT_EQ(text->body.find("# EOF"), std::string::npos);
-
-  const struct {
-    const char* accept;
-    bool openmetrics;
-  } cases[] = {
-      // What Prometheus 2.42 sends.
-      {"application/openmetrics-text;version=1.0.0,application/openmetrics-text;version=0.0.1;"
-       "q=0.75,text/plain;version=0.0.4;q=0.5,*/*;q=0.1",
-       true},
-      {"text/plain;version=0.0.4;q=0.9, application/openmetrics-text;q=0.5", false},
-      {"application/openmetrics-text; version=1.0.0; q=0", false},
-      {"*/*", false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.accept);
-    httplib::Result res = client.Get("/metrics", {{"Accept", c.accept}});
-    ASSERT_TRUE(res);
-    const std::string type = res->get_header_value("Content-Type");
-    EXPECT_EQ(type.rfind("application/openmetrics-text; version=1.0.0", 0) == 0, c.openmetrics)
-        << type;
-    EXPECT_EQ(res->body.size() > 6 && res->body.substr(res->body.size() - 6) == "# EOF\n",
-              c.openmetrics);
-  }
+  // What Prometheus 2.42 sends (which headers prefer what: http_routes_test).
+  httplib::Result om = client.Get(
+      "/metrics", {{"Accept", "application/openmetrics-text;version=1.0.0,text/plain;q=0.5"}});
+  ASSERT_TRUE(om);
+  EXPECT_EQ(om->get_header_value("Content-Type").rfind("application/openmetrics-text", 0), 0u);
+  EXPECT_EQ(om->body.substr(om->body.size() - 6), "# EOF\n");
 
   // At a short period the dashboard's history keeps only its window (--history 1: one second,
   // about 100 passes; the ring itself is tested in pass_history_test), every pass with its
@@ -416,14 +383,14 @@ TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
   EXPECT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
   EXPECT_EQ(history["window_seconds"], 1);
   EXPECT_EQ(history["period_ms"], 10);
-  EXPECT_FALSE(history["series"].empty());
+  ASSERT_FALSE(history["series"].empty());
   for (const auto& series : history["series"]) EXPECT_EQ(series["values"].size(), times.size());
 
   httplib::Result latest = client.Get("/api/latest");
   ASSERT_TRUE(latest && latest->status == 200);
   EXPECT_EQ(latest->get_header_value("Content-Type"), "application/json");
   const auto pass = nlohmann::json::parse(latest->body);
-  EXPECT_GE(pass["update_time"].get<uint64_t>(), history["times"].back().get<uint64_t>());
+  EXPECT_GE(pass["update_time"].get<uint64_t>(), times.back().get<uint64_t>());
   EXPECT_FALSE(pass["cpu"].empty());
 
   for (const char* bad : {"0", "x", "1e999"}) {
