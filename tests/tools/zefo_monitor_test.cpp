@@ -1,5 +1,5 @@
-// Runs the built zefo-monitor as a child process: option errors, reports, output files, the HTTP
-// endpoint, and stopping on signals.
+// Runs the built zefo-monitor as a child process: option errors, reports, output files, replay,
+// and stopping on signals (what --listen serves: tests/http/http_hostile_test.py).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -13,19 +13,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/fixture_tree.h"
-#ifdef ZEFO_WITH_HTTP
-#include <httplib.h>
-#endif
 
 extern char** environ;
 
@@ -335,80 +328,5 @@ TEST(ZefoMonitorToolTest, HostileNamesAndCommandLinesStayBoundedAndReachTerminal
   kill(hostile, SIGKILL);
   waitpid(hostile, nullptr, 0);
 }
-
-#ifdef ZEFO_WITH_HTTP
-// Serves the newest pass (the scraper's Accept header picks the exposition format), and the
-// dashboard's bounded history.
-TEST(ZefoMonitorToolTest, ListenServesMetricsAndABoundedHistory) {
-  Child child = Spawn({"--listen", "127.0.0.1:0", "--period", "10", "--history", "1"});
-  ASSERT_GT(child.pid, 0);
-  const std::string banner = "zefo-monitor: serving http://127.0.0.1:";
-  ASSERT_TRUE(Drain(child, milliseconds(30000), "/metrics\n")) << child.err_text;
-  const std::size_t at = child.err_text.find(banner);
-  ASSERT_NE(at, std::string::npos) << child.err_text;
-  const int port = std::atoi(child.err_text.c_str() + at + banner.size());
-  httplib::Client client("127.0.0.1", port);
-
-  httplib::Result page = client.Get("/");
-  ASSERT_TRUE(page && page->status == 200);
-  EXPECT_NE(page->body.find("href=\"/metrics\""), std::string::npos);
-  EXPECT_EQ(client.Get("/nothing")->status, 404);
-
-  // The first pass comes at once; until then the answer is 503.
-  httplib::Result text = client.Get("/metrics");
-  for (int i = 0; i < 300 && !(text && text->status == 200); ++i) {
-    std::this_thread::sleep_for(milliseconds(20));
-    text = client.Get("/metrics");
-  }
-  ASSERT_TRUE(text && text->status == 200);
-  EXPECT_EQ(text->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
-  EXPECT_NE(text->body.find("\nzefo_update_time_seconds "), std::string::npos);
-  // What Prometheus 2.42 sends (which headers prefer what: http_routes_test).
-  httplib::Result om = client.Get(
-      "/metrics", {{"Accept", "application/openmetrics-text;version=1.0.0,text/plain;q=0.5"}});
-  ASSERT_TRUE(om);
-  EXPECT_EQ(om->get_header_value("Content-Type").rfind("application/openmetrics-text", 0), 0u);
-  EXPECT_EQ(om->body.substr(om->body.size() - 6), "# EOF\n");
-
-  // At a short period the dashboard's history keeps only its window (--history 1: one second,
-  // about 100 passes; the ring itself is tested in pass_history_test), every pass with its
-  // charted figures; /api/latest is the newest of them as the JSON format writes it.
-  std::this_thread::sleep_for(milliseconds(1500));
-  httplib::Result res = client.Get("/api/history");
-  ASSERT_TRUE(res && res->status == 200);
-  const nlohmann::json history = nlohmann::json::parse(res->body);
-  const auto& times = history["times"];
-  ASSERT_GE(times.size(), 2u);    // a loaded machine may take hundreds of ms a pass
-  EXPECT_LE(times.size(), 101u);  // one pass per 10 ms at the most
-  EXPECT_LT(times.back().get<uint64_t>() - times.front().get<uint64_t>(), 1000u);
-  EXPECT_EQ(history["window_seconds"], 1);
-  EXPECT_EQ(history["period_ms"], 10);
-  ASSERT_FALSE(history["series"].empty());
-  for (const auto& series : history["series"]) EXPECT_EQ(series["values"].size(), times.size());
-
-  httplib::Result latest = client.Get("/api/latest");
-  ASSERT_TRUE(latest && latest->status == 200);
-  EXPECT_EQ(latest->get_header_value("Content-Type"), "application/json");
-  const auto pass = nlohmann::json::parse(latest->body);
-  EXPECT_GE(pass["update_time"].get<uint64_t>(), times.back().get<uint64_t>());
-  EXPECT_FALSE(pass["cpu"].empty());
-
-  for (const char* bad : {"0", "x", "1e999"}) {
-    httplib::Result res = client.Get(std::string("/api/history?seconds=") + bad);
-    EXPECT_TRUE(res && res->status == 400) << bad;
-  }
-  // Another zefo-monitor on the same port says so and exits 2.
-  const std::string where = "127.0.0.1:" + std::to_string(port);
-  const Outcome taken = RunToEnd({"--listen", where});
-  EXPECT_EQ(taken.code, 2);
-  EXPECT_NE(taken.err.find("cannot listen on " + where + ": Address already in use"),
-            std::string::npos)
-      << taken.err;
-  kill(child.pid, SIGTERM);
-  EXPECT_TRUE(Drain(child, milliseconds(30000)));
-  EXPECT_EQ(Reap(child), 0) << child.err_text;
-  EXPECT_EQ(child.out_text, "");  // serving without --format keeps standard output quiet
-}
-#endif  // ZEFO_WITH_HTTP
 
 }  // namespace
