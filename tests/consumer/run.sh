@@ -63,7 +63,8 @@ c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/main.cpp" -o "$work/consu
 "$work/consumer-pc" >"$work/pc.out"
 grep -q '^update time: [1-9]' "$work/pc.out"
 # shellcheck disable=SC2046
-c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror "$here/format_main.cpp" -o "$work/format-pc" \
+c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -DZEFO_CONSUMER_FORMAT "$here/main.cpp" \
+  -o "$work/format-pc" \
   $(pkg-config --cflags --libs zefo_format) \
   -Wl,-rpath,"$(pkg-config --variable=libdir zefo_format)"
 grep -q '^json: ' <<<"$("$work/format-pc")"

@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""zefo-monitor --listen against hostile clients, on loopback: held half-open connections,
+"""zefo-monitor --listen on loopback: what each route serves (the newest pass in the format the
+Accept header prefers, the page, the dashboard's bounded history); then hostile clients: held
+half-open connections,
 oversized and body-carrying requests, codings, SIGTERM while clients hold connections, and TLS
 with basic auth from a web configuration file (certificate and bcrypt hash made here).
 Exits 0 on success, 1 with a message on failure."""
@@ -7,6 +9,7 @@ Exits 0 on success, 1 with a message on failure."""
 import argparse
 import base64
 import gzip
+import json
 import os
 import signal
 import socket
@@ -22,6 +25,7 @@ with warnings.catch_warnings():
     warnings.simplefilter("ignore", DeprecationWarning)
     import crypt
 
+ONLY_ME = ("--period", "200", "--pid", str(os.getpid()))
 HELD = 500  # half-open connections, 25 from each of 20 loopback addresses
 
 
@@ -31,10 +35,8 @@ def fail(message):
 
 
 def start(monitor, *extra):
-    # Watching only this script keeps the passes small: what is timed here is the server.
-    server = subprocess.Popen([monitor, "--listen", "127.0.0.1:0", "--period", "200", "--pid",
-                               str(os.getpid()), *extra],
-                              stderr=subprocess.PIPE, text=True)
+    server = subprocess.Popen([monitor, "--listen", "127.0.0.1:0", *extra],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     line = server.stderr.readline()
     if "serving " not in line:
         fail("no banner: %r" % (line + server.stderr.read()))
@@ -86,8 +88,62 @@ def wait_first_pass(port):
     fail("/metrics never answered 200")
 
 
+def expect(condition, message):
+    if not condition:
+        fail(message)
+
+
+def check_routes(monitor):
+    """At a 10 ms period with a one-second history, a route at a time."""
+    server, port = start(monitor, "--period", "10", "--history", "1")
+    try:
+        wait_first_pass(port)  # until the first pass, /metrics answers 503
+        status, _, body = get(port, "/")
+        expect(" 200 " in status and b'href="/metrics"' in body, "the page: %s" % status)
+        expect(" 404 " in get(port, "/nothing")[0], "/nothing is not 404")
+        _, headers, body = get(port, "/metrics")
+        expect(headers["content-type"] == "text/plain; version=0.0.4; charset=utf-8" and
+               b"\nzefo_update_time_seconds " in body, "/metrics: %s" % headers)
+        # What Prometheus sends (which headers prefer what: tests/tools/http_routes_test.cpp).
+        _, headers, body = get(port, "/metrics", "Accept: application/openmetrics-text;"
+                               "version=1.0.0,text/plain;q=0.5\r\n")
+        expect(headers["content-type"].startswith("application/openmetrics-text") and
+               body.endswith(b"# EOF\n"), "OpenMetrics asked for: %s" % headers)
+        # The history keeps its window (about 100 passes; the ring itself is
+        # tests/tools/pass_history_test.cpp's), every pass with its charted figures; /api/latest
+        # is the newest of them as the JSON format writes it.
+        time.sleep(1.5)
+        history = json.loads(get(port, "/api/history")[2])
+        times = history["times"]
+        expect(2 <= len(times) <= 101 and times[-1] - times[0] < 1000 and
+               history["window_seconds"] == 1 and history["period_ms"] == 10 and
+               history["series"] and
+               all(len(s["values"]) == len(times) for s in history["series"]),
+               "/api/history: %d passes over %d ms, %s" % (
+                   len(times), times[-1] - times[0], {k: history[k] for k in history
+                                                       if k not in ("times", "series")}))
+        _, headers, body = get(port, "/api/latest")
+        latest = json.loads(body)
+        expect(headers["content-type"] == "application/json" and latest["cpu"] and
+               latest["update_time"] >= times[-1], "/api/latest: %s" % headers)
+        for bad in ("0", "x", "1e999"):
+            expect(" 400 " in get(port, "/api/history?seconds=" + bad)[0], "seconds=" + bad)
+        # Another zefo-monitor on the same port says so and exits 2.
+        taken = subprocess.run([monitor, "--listen", "127.0.0.1:%d" % port],
+                               capture_output=True, text=True, timeout=10)
+        expect(taken.returncode == 2 and "cannot listen on 127.0.0.1:%d: Address already in "
+               "use" % port in taken.stderr, "a taken port: %r" % taken.stderr)
+    finally:
+        server.send_signal(signal.SIGTERM)
+        out, _ = server.communicate(timeout=5)
+    # Serving without --format keeps standard output quiet.
+    expect(server.returncode == 0 and out == "", "exit %d, output %r" % (server.returncode, out))
+    print("routes: /, /metrics in both formats, /api/history and /api/latest, a taken port")
+
+
 def check_hostile(monitor):
-    server, port = start(monitor)
+    # Watching only this script keeps the passes small: what is timed here is the server.
+    server, port = start(monitor, *ONLY_ME)
     try:
         wait_first_pass(port)
         held = []
@@ -119,7 +175,6 @@ def check_hostile(monitor):
             # (request, status expected)
             ("GET /%s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n" % ("x" * 20000), "414"),
             ("GET / HTTP/1.1\r\nHost: b\r\nConnection: close\r\nX-Big: %s\r\n\r\n" % ("y" * 20000), "431"),
-            ("GET /api/history?seconds=%s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n" % ("1" * 100), "400"),
             ("DELETE /metrics HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n", "405"),
             ("GET /metrics HTTP/1.1\r\nHost: b\r\nContent-Length: 5\r\n\r\nhello", "413"),
         ]
@@ -196,7 +251,7 @@ def check_web_config(monitor, openssl):
 
     with open(path("web.yml"), "w") as out:
         out.write(tls + users)
-    server, port = start(monitor, "--web-config", path("web.yml"))
+    server, port = start(monitor, "--web-config", path("web.yml"), *ONLY_ME)
     try:
         context = ssl.create_default_context(cafile=path("board.crt"))
         wrap = lambda sock: context.wrap_socket(sock, server_hostname="localhost")
@@ -213,6 +268,12 @@ def check_web_config(monitor, openssl):
                 fail("%s: %s" % (who, status))
         if " 401 " not in get(port, "/", "", wrap)[0]:
             fail("the dashboard is served without a password")
+        try:  # plain HTTP to the TLS port: no answer
+            plain = get(port, "/metrics", auth % token("scraper:right"))[0]
+        except OSError as error:
+            plain = str(error)
+        if " 200 " in plain:
+            fail("plain HTTP to the TLS port was answered: %s" % plain)
         # Someone guessing passwords keeps bcrypt busy; the scraper, whose login passed
         # before, is still answered at once.
         done = time.monotonic() + 2
@@ -244,6 +305,7 @@ def main():
     parser.add_argument("--monitor", required=True)
     parser.add_argument("--openssl", default="openssl")
     args = parser.parse_args()
+    check_routes(args.monitor)
     check_hostile(args.monitor)
     check_web_config(args.monitor, args.openssl)
     print("ok")

@@ -1,5 +1,5 @@
 // zefo-monitor's request handling without a server: query decoding and its limits, and the
-// codings it agrees to.
+// formats and codings it agrees to.
 #include <gtest/gtest.h>
 
 #include "http_routes.h"
@@ -28,6 +28,20 @@ TEST(HttpRoutesTest, QueriesDecodeWithinTheirLimits) {
     if (c.ok) {
       EXPECT_EQ(pairs, c.pairs);
     }
+  }
+}
+
+// By q-value; a tie goes to OpenMetrics, a header that names neither to the text format.
+TEST(HttpRoutesTest, AcceptHeaderPicksTheExposition) {
+  for (const auto& [accept, openmetrics] : std::vector<std::pair<std::string, bool>>{
+           // What Prometheus 2.42 sends.
+           {"application/openmetrics-text;version=1.0.0,application/openmetrics-text;"
+            "version=0.0.1;q=0.75,text/plain;version=0.0.4;q=0.5,*/*;q=0.1",
+            true},
+           {"text/plain;version=0.0.4;q=0.9, application/openmetrics-text;q=0.5", false},
+           {"application/openmetrics-text; version=1.0.0; q=0", false},
+           {"*/*", false}}) {
+    EXPECT_EQ(PrefersOpenMetrics(accept), openmetrics) << accept;
   }
 }
 

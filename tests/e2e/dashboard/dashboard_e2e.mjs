@@ -23,12 +23,8 @@ const option = (name, fallback) => {
   const at = args.indexOf(name);
   return at >= 0 && at + 1 < args.length ? args[at + 1] : fallback;
 };
-const monitor = option('--monitor');
-const boardSim = option('--board-sim');
+const [monitor, boardSim, screenshot] = ['--monitor', '--board-sim', '--screenshot'].map(option);
 const nodeModules = path.resolve(option('--node-modules', 'node_modules'));
-const screenshot = option('--screenshot');
-const settleSeconds = Number(option('--settle', '0'));
-const chromiumPath = option('--chromium', '/usr/bin/chromium');
 if (!monitor || !boardSim || !screenshot) {
   console.error('usage: node dashboard_e2e.mjs --monitor BIN --board-sim SCRIPT ' +
     '--node-modules DIR --screenshot PNG [--settle SECONDS] [--chromium PATH]');
@@ -96,45 +92,28 @@ async function waitForUpdates(page, count, seconds) {
 }
 
 async function checkPanels(page) {
-  const states = await page.$$eval('[data-panel]', (panels) =>
-    panels.map((p) => ({
-      id: p.dataset.panel,
-      state: p.dataset.state,
-      series: Number(p.dataset.series ?? 0),
-      points: Number(p.dataset.points ?? 0),
-      canvas: p.querySelector('canvas') !== null,
-      text: p.querySelector('.empty')?.textContent,
-    })),
-  );
-  const byId = new Map(states.map((s) => [s.id, s]));
+  const states = await page.$$eval('[data-panel]', (panels) => panels.map((p) => ({
+    id: p.dataset.panel, ...p.dataset, canvas: p.querySelector('canvas') !== null,
+    text: p.querySelector('.empty')?.textContent,
+  })));
   for (const id of PANELS) {
-    const s = byId.get(id);
-    check(s !== undefined, `no panel ${id}; panels: ${[...byId.keys()].join(', ')}`);
-    check(s.state === 'live' && s.canvas, `panel ${id} has no chart: ${s.text}`);
+    const s = states.find((state) => state.id === id);
+    check(s?.state === 'live' && s.canvas, `panel ${id} has no chart: ${s?.text ?? 'none'}`);
     check(s.series > 0 && s.points >= 2, `panel ${id}: ${s.series} series, ${s.points} points`);
   }
   log(`${states.length} panels live:`, states.map((s) => `${s.id} (${s.series})`).join(', '));
 }
 
-async function columnValues(page, column) {
+// Clicks a column's header; returns the column's values once it says it sorts as `expected`.
+async function sortBy(page, column, expected) {
+  const head = `#process-head th[data-column="${column}"]`;
+  await page.click(`${head} button`);
+  const sort = await page.getAttribute(head, 'aria-sort');
+  check(sort === expected, `${column}: aria-sort is ${sort}, expected ${expected}`);
   const index = await page.$$eval('#process-head th', (ths, key) =>
     ths.findIndex((th) => th.dataset.column === key), column);
-  return page.$$eval(
-    '#process-rows tr',
-    (rows, i) => rows.map((tr) => tr.children[i].textContent),
-    index,
-  );
-}
-
-async function sortBy(page, column, expected) {
-  await page.click(`#process-head th[data-column="${column}"] button`);
-  const sort = await page.getAttribute(`#process-head th[data-column="${column}"]`, 'aria-sort');
-  check(sort === expected, `${column}: aria-sort is ${sort}, expected ${expected}`);
-  return columnValues(page, column);
-}
-
-function ordered(values, compare) {
-  return values.every((v, i) => i === 0 || compare(values[i - 1], v) <= 0);
+  return page.$$eval('#process-rows tr', (rows, i) => rows.map((tr) => tr.children[i].textContent),
+    index);
 }
 
 // No horizontal scrolling, every time axis in 24-hour "HH:MM" or "HH:MM:SS" labels that do not
@@ -189,17 +168,16 @@ async function checkTable(page) {
   const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
   check(rows > 0, 'the process table has no rows');
   // Numbers largest first on the first click, then reversed; names from A on the first.
-  const pidsDown = (await sortBy(page, 'pid', 'descending')).map(Number);
-  check(ordered(pidsDown, (a, b) => b - a), `PIDs not descending: ${pidsDown.slice(0, 10)}`);
-  const pidsUp = (await sortBy(page, 'pid', 'ascending')).map(Number);
-  check(ordered(pidsUp, (a, b) => a - b), `PIDs not ascending: ${pidsUp.slice(0, 10)}`);
-  const names = await sortBy(page, 'name', 'ascending');
+  const down = (a, b) => Number(b) - Number(a);
   const byName = (a, b) => a.localeCompare(b, undefined, { numeric: true });
-  check(ordered(names, byName), `names not ascending: ${names.slice(0, 10)}`);
-  const registered = await sortBy(page, 'zefo_name', 'ascending');
-  check(registered.at(-1) === 'board-sim', `registered names: ${[...new Set(registered)]}`);
-  const cpu = (await sortBy(page, 'cpu', 'descending')).map(Number);
-  check(ordered(cpu, (a, b) => b - a), `CPU not descending: ${cpu.slice(0, 10)}`);
+  for (const [column, order, compare] of [['pid', 'descending', down],
+    ['pid', 'ascending', (a, b) => -down(a, b)], ['name', 'ascending', byName],
+    ['zefo_name', 'ascending', byName], ['cpu', 'descending', down]]) {
+    const values = await sortBy(page, column, order);
+    check(values.every((v, i) => i === 0 || compare(values[i - 1], v) <= 0),
+      `${column} not ${order}: ${values.slice(0, 10)}`);
+    check(column !== 'zefo_name' || values.at(-1) === 'board-sim', `registered: ${values}`);
+  }
   log(`process table: ${rows} rows, sorts by PID, name, registered name and CPU`);
 }
 
@@ -216,17 +194,17 @@ async function main() {
     await mkdir(registration, { recursive: true });
     await writeFile(path.join(registration, 'name'), 'board-sim\n');
     await writeFile(path.join(registration, 'pid'), `${sim.child.pid}\n`);
-    const monitorArgs = (listen) => ['--listen', listen, '--period', String(PERIOD_MS),
-      '--sysfs', path.join(board, 'sys'), '--devfs', path.join(board, 'dev'),
-      '--regdir', path.join(work, 'reg')];
-    let server = await start(monitor, monitorArgs('127.0.0.1:0'),
-      /dashboard at http:\/\/127\.0\.0\.1:(\d+)\//, 'zefo-monitor');
+    const serve = (listen, root = board) => start(monitor, ['--listen', listen, '--period',
+      String(PERIOD_MS), '--sysfs', path.join(root, 'sys'), '--devfs', path.join(root, 'dev'),
+      '--regdir', path.join(work, 'reg')], /dashboard at http:\/\/127\.0\.0\.1:(\d+)\//,
+      `zefo-monitor on ${listen} over ${root}`);
+    let server = await serve('127.0.0.1:0');
     const port = server.match[1];
     const url = `http://127.0.0.1:${port}/`;
     log('zefo-monitor serves', url);
 
     browser = await chromium.launchPersistentContext(path.join(work, 'profile'), {
-      executablePath: chromiumPath,
+      executablePath: option('--chromium', '/usr/bin/chromium'),
       headless: true,
       args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
         '--disable-background-networking', '--disable-component-update', '--disable-sync'],
@@ -239,11 +217,8 @@ async function main() {
       if (message.type() === 'error') problems.push(message.text());
     });
     // No request may leave the board: everything comes from zefo-monitor itself.
-    page.on('request', (request) => {
-      if (!request.url().startsWith(url)) {
-        problems.push(`request outside the board: ${request.url()}`);
-      }
-    });
+    page.on('request', (request) => request.url().startsWith(url) ||
+      problems.push(`request outside the board: ${request.url()}`));
 
     await page.goto(url);
     await page.waitForFunction(() => document.body.dataset.connection === 'live');
@@ -253,15 +228,12 @@ async function main() {
     await waitForUpdates(page, first + 2, 30);
     await checkPanels(page);
     await checkTable(page);
-    if (settleSeconds > 0) await sleep(settleSeconds * 1000);
-    await checkLayout(page, 1440);
-    await page.screenshot({ path: screenshot, fullPage: true });
-    log('screenshot', screenshot);
-    await checkLayout(page, 400);
-    const narrow = screenshot.replace(/(\.png)?$/, '-narrow.png');
-    await page.screenshot({ path: narrow, fullPage: true });
-    log('screenshot', narrow);
-    await checkLayout(page, 1440);
+    await sleep(Number(option('--settle', '0')) * 1000);
+    for (const [width, shot] of [[1440, screenshot], [400, screenshot.replace(/(\.png)?$/,
+      '-narrow.png')], [1440, null]]) {
+      await checkLayout(page, width);
+      if (shot) await page.screenshot({ path: shot, fullPage: true });
+    }
 
     // The connection drops: the page says so, and resumes once zefo-monitor is back.
     const before = Number(await page.evaluate(() => document.body.dataset.last));
@@ -270,42 +242,34 @@ async function main() {
       null, { timeout: 30000 });
     check(await page.isVisible('#disconnected'), 'no disconnected notice');
     log('disconnected:', (await page.textContent('#disconnected')).replace(/\s+/g, ' ').trim());
-    server = await start(monitor, monitorArgs(`127.0.0.1:${port}`), /dashboard at/,
-      'zefo-monitor again');
+    server = await serve(`127.0.0.1:${port}`);
     await page.waitForFunction(
       (t) => document.body.dataset.connection === 'live' && Number(document.body.dataset.last) > t,
       before, { timeout: 30000 });
     check(!(await page.isVisible('#disconnected')), 'the disconnected notice stayed');
-    const resumed = await updates(page);
-    await waitForUpdates(page, resumed + 1, 30);
+    await waitForUpdates(page, (await updates(page)) + 1, 30);
     await checkPanels(page);
     log('resumed after the restart');
 
     // A board without BPU, DDR devices, thermal zones and cpufreq: those panels say so.
     await stop(server.child);
     const bare = path.join(work, 'bare');
-    server = await start(monitor, ['--listen', `127.0.0.1:${port}`, '--period', String(PERIOD_MS),
-      '--sysfs', path.join(bare, 'sys'), '--devfs', path.join(bare, 'dev')], /dashboard at/,
-      'zefo-monitor without a BPU');
+    server = await serve(`127.0.0.1:${port}`, bare);
     await page.reload();
     await page.waitForFunction(
       () => document.querySelector('[data-panel="cpu-load"]')?.dataset.state === 'live',
       null, { timeout: 30000 });
-    const absent = {
-      'bpu-load': 'This board has no BPU.',
-      'bpu-frequency': 'This board has no BPU.',
-      'ddr-devices': 'This board has no DDR monitor devices.',
-      'ddr-ports': 'This board has no DDR monitor devices.',
+    const [bpu, ddr] = ['This board has no BPU.', 'This board has no DDR monitor devices.'];
+    for (const [id, text] of Object.entries({
+      'bpu-load': bpu, 'bpu-frequency': bpu, 'ddr-devices': ddr, 'ddr-ports': ddr,
       temperature: 'This board has no thermal zones.',
       'cpu-frequency': 'This board does not report CPU frequencies (no cpufreq).',
-    };
-    for (const [id, text] of Object.entries(absent)) {
+    })) {
       const [state, shown] = await page.$eval(`[data-panel="${id}"]`,
         (p) => [p.dataset.state, p.querySelector('.empty').textContent]);
       check(state === 'empty' && shown === text, `panel ${id} without the hardware: ${shown}`);
     }
-    const rows = await page.$$eval('#process-rows tr', (trs) => trs.length);
-    check(rows > 0, 'no processes on the bare board');
+    check(await page.$$eval('#process-rows tr', (trs) => trs.length) > 0, 'no bare processes');
     log('a board without BPU, DDR, zones and cpufreq: those panels say so');
 
     // Chromium reports the failed polls while the server was down; nothing else may fail.
