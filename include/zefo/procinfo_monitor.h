@@ -220,8 +220,6 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   /// One pass: the machine-wide samples, then every watched process. False only when the proc
   /// root cannot be listed.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
   /// Bytes per statm page used for the mem* figures (defaults to the system's).
   void SetPageSize(int64_t page_size) { resource_info->SetPageSize(page_size); }

@@ -151,6 +151,7 @@ ProcInfoMonitor::ProcInfoMonitor() : ProcInfoMonitor(KernelPaths()) {}
 
 ProcInfoMonitor::ProcInfoMonitor(const KernelPaths& paths)
     : BaseMonitor(ProcInfo, paths), resource_info(new ProcInfoResourceInfo()) {
+  SetSamples(resource_info);
   detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
   stat_format = std::move(formats.stat);
   cpu_format = std::move(formats.cpu);
@@ -343,10 +344,6 @@ bool ProcInfoMonitor::GetNet(const std::string& pid, ProcInfoState& state) {
   ReadText(ProcFile(pid, "net/dev"), text_);
   detail::ParseNetDev(text_, net_format, state.net);
   return true;
-}
-
-std::size_t ProcInfoMonitor::Forget(int64_t max_age_ms) {
-  return resource_info->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo
