@@ -256,15 +256,6 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
 
   ProcInfoResourceInfo* resource_info;
   std::set<std::string> proc_set;
-  // The readers of stat, statm, status and io follow these formats step by step without sscanf
-  // (see procinfo_parse.h); the strings stay as the definition the tests hold them to.
-  std::string stat_format;
-  std::string cpu_format;
-  std::string uptime_format;
-  std::string statm_format;
-  std::string status_format;
-  std::string io_format;
-  std::string net_format;
   // Scratch reused from file to file and process to process, so that a pass in the steady state
   // does not allocate per file: the file texts, the path, and the sample being filled.
   std::string text_;

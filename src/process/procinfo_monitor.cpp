@@ -152,14 +152,6 @@ ProcInfoMonitor::ProcInfoMonitor() : ProcInfoMonitor(KernelPaths()) {}
 ProcInfoMonitor::ProcInfoMonitor(const KernelPaths& paths)
     : BaseMonitor(ProcInfo, paths), resource_info(new ProcInfoResourceInfo()) {
   SetSamples(resource_info);
-  detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
-  stat_format = std::move(formats.stat);
-  cpu_format = std::move(formats.cpu);
-  uptime_format = std::move(formats.uptime);
-  statm_format = std::move(formats.statm);
-  status_format = std::move(formats.status);
-  io_format = std::move(formats.io);
-  net_format = std::move(formats.net);
 }
 
 ProcInfoMonitor::ProcInfoMonitor(const std::set<std::string>& procs)
@@ -235,7 +227,7 @@ bool ProcInfoMonitor::GetCpu(ProcInfoCpuState& out) {
 
 bool ProcInfoMonitor::GetUptime(ProcInfoUptimeState& out) {
   ReadText(Paths().Proc("uptime"), text_);
-  return detail::ParseUptime(text_, uptime_format, out);
+  return detail::ParseUptime(text_, out);
 }
 
 bool ProcInfoMonitor::MonitorAll(const ProcInfoCpuState& cpu, const ProcInfoUptimeState& uptime) {
@@ -342,7 +334,7 @@ bool ProcInfoMonitor::GetIo(const std::string& pid, ProcInfoState& state) {
 
 bool ProcInfoMonitor::GetNet(const std::string& pid, ProcInfoState& state) {
   ReadText(ProcFile(pid, "net/dev"), text_);
-  detail::ParseNetDev(text_, net_format, state.net);
+  detail::ParseNetDev(text_, state.net);
   return true;
 }
 
