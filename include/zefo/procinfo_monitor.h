@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <set>
 #include <string>
@@ -12,6 +13,10 @@
 #include "zefo/zefo_export.h"
 
 namespace zefo {
+
+namespace detail {
+struct FdSizeRule;
+}  // namespace detail
 
 /// One machine-wide CPU sample, taken once per pass and copied into every process's state.
 /// A plain value; no thread rules of its own.
@@ -268,11 +273,8 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   // Set by DoMonitor when the proc root is a procfs mount; until then every file is checked.
   bool procfs_checked_ = false;
   // Whether (and for which processes) an fd directory's size is its descriptor count; asked
-  // of the kernel once, at the first pass under a real procfs.
-  bool fd_rule_detected_ = false;
-  bool fd_size_is_count_ = false;
-  bool fd_lists_any_ = false;
-  unsigned int fd_euid_ = 0;
+  // of the kernel once, at the first pass under a real procfs (null until then).
+  std::unique_ptr<detail::FdSizeRule> fd_rule_;
   std::string own_pid_;
 };
 
