@@ -34,7 +34,10 @@ void ForKind(ResourceMonitorType type, F&& f) {
   });
 }
 
-// A figure that is a metric family of its own in the expositions.
+// A figure that is a metric family of its own in the expositions, where such families follow
+// the table's order. Families that join several figures (CPU modes, info labels, ports), and
+// those that scrapers already see in another order than the table's (CPU and BPU frequencies,
+// network rates), are written out in exposition.cpp.
 struct Metric {
   const char* name = nullptr;  // none: the figure shows only inside other families, if at all
   const char* unit = "";
