@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const auto& entry : items.Items()) entry.second->PrintToStream(report);
 
   std::map<std::string, ProcInfoNetState> per_process;
-  detail::ParseNetDev(text, reference::Formats().net, per_process);
+  detail::ParseNetDev(text, per_process);
   for (const auto& entry : per_process) ZEFO_FUZZ_CHECK(entry.first.size() <= 255, text);
   return 0;
 }

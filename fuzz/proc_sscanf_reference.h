@@ -27,8 +27,38 @@ inline std::list<std::string> Lines(std::string_view text) {
   return lines;
 }
 
-inline const detail::ProcInfoFormats& Formats() {
-  static const detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
+// The scanf formats the process monitor's scanners follow. Every word target is a 256-byte
+// buffer, so every word conversion carries the width 255 ("%255s", "%255[^)]") to stay inside it.
+struct ProcFormats {
+  std::string stat;
+  std::string cpu;
+  std::string statm;
+  std::string status;
+  std::string io;
+};
+
+inline ProcFormats MakeFormats() {
+  ProcFormats f;
+  // "1234 (my proc) S 1 1234 1234 0 -1 4194560 150 0 0 0 350 120 0 0 20 0 1 0 5000 ..."
+  //  pid  comm      state ppid pgrp sid tty_nr tpgid flags minflt cminflt majflt cmajflt
+  //  utime stime | cutime cstime priority nice num_threads itrealvalue | starttime (22) | ...
+  //  processor (39) rt_priority policy delayacct_blkio_ticks (42)
+  // Fields 1 to 15 are converted, 16 to 21 skipped, 22 converted, 23 to 38 skipped, 39 converted,
+  // 40 and 41 skipped, 42 converted.
+  f.stat = "%lld (%255[^)]) %255s %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld";
+  for (int i = 0; i < 6; ++i) f.stat += " %*lld";
+  f.stat += " %lld";
+  for (int i = 0; i < 16; ++i) f.stat += " %*lld";
+  f.stat += " %d %*lld %*lld %lld";
+  f.cpu = "%255s %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld";
+  f.statm = "%lld %lld %lld %lld %lld %lld %lld";
+  f.status = "%*s %lld %255s";
+  f.io = "%255s %lld";
+  return f;
+}
+
+inline const ProcFormats& Formats() {
+  static const ProcFormats formats = MakeFormats();
   return formats;
 }
 

@@ -98,10 +98,19 @@ ZEFO_EXPORT int64_t WallClockMs();
 /// times.
 using ClockFn = int64_t (*)();
 
+/// The samples a monitor keeps from pass to pass, as its opt-in retention trims them.
+class SampleStore {
+ public:
+  virtual ~SampleStore() = default;
+  /// Drops the stored sample and the item of every name whose newest sample was taken before
+  /// `cutoff_ms` (on the clock the samples were stamped with); returns how many there were.
+  virtual std::size_t ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) = 0;
+};
+
 /// Pairs each new sample of a name with the one stored at the previous pass and lets the kind's
 /// `DoUpdate` turn the two into an item. Runs on the sampling thread under the aggregator's lock.
 template <typename State, typename Item>
-class ResourceInfo {
+class ResourceInfo : public SampleStore {
  public:
   ResourceInfo() = default;
   virtual ~ResourceInfo() = default;
@@ -136,11 +145,9 @@ class ResourceInfo {
     entry.timestamp = now_ms;
   }
 
-  /// Drops the stored sample and the item of every name whose newest sample was taken before
-  /// `cutoff_ms` (on the clock the samples were stamped with). Update never calls it; it serves
-  /// monitors asked to forget names that have gone (BaseMonitor::Forget).
-  /// Returns how many names were forgotten.
-  std::size_t ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) {
+  /// Update never calls it; it serves monitors asked to forget names that have gone
+  /// (BaseMonitor::Forget).
+  std::size_t ForgetOlderThan(ResourceItems* items, int64_t cutoff_ms) override {
     std::size_t forgotten = 0;
     for (auto it = states.begin(); it != states.end();) {
       if (it->second.timestamp < cutoff_ms) {
@@ -190,12 +197,11 @@ class ZEFO_EXPORT BaseMonitor {
 
   /// Forgets every name whose newest sample is more than `max_age_ms` old on this monitor's
   /// clock: its stored sample and its item are deleted, so a name that comes back starts over
-  /// with a first sample. Only the aggregator's opt-in retention calls it. The default forgets
-  /// nothing, so a monitor that keeps its own records keeps them all. Returns how many names
-  /// were forgotten.
+  /// with a first sample. Only the aggregator's opt-in retention calls it. A monitor that gave
+  /// no SampleStore (SetSamples) forgets nothing, so one that keeps its own records keeps them
+  /// all. Returns how many names were forgotten.
   virtual std::size_t Forget(int64_t max_age_ms) {
-    (void)max_age_ms;
-    return 0;
+    return samples_ != nullptr ? samples_->ForgetOlderThan(items_, Now() - max_age_ms) : 0;
   }
 
   /// Replaces the wall clock used to time samples (tests and replays).
@@ -244,6 +250,8 @@ class ZEFO_EXPORT BaseMonitor {
   /// The time to stamp a sample with.
   int64_t Now() const { return clock_(); }
   double ClockTicks() const { return clock_ticks_; }
+  /// The store of the monitor's previous samples, which Forget trims; the monitor owns it.
+  void SetSamples(SampleStore* samples) { samples_ = samples; }
 
  private:
   ResourceMonitorType type_;
@@ -251,6 +259,7 @@ class ZEFO_EXPORT BaseMonitor {
   double clock_ticks_;
   KernelPaths paths_;
   ClockFn clock_ = &WallClockMs;
+  SampleStore* samples_ = nullptr;
 };
 
 }  // namespace zefo

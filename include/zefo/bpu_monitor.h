@@ -62,8 +62,6 @@ class ZEFO_EXPORT BpuMonitor : public BaseMonitor {
   bool GetBpuState(const std::string& path, BpuState& state) const;
   /// One pass over the cores; always true.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   BpuResourceInfo* info_;

@@ -78,8 +78,6 @@ class ZEFO_EXPORT CpuMonitor : public BaseMonitor {
 
   /// One pass: one sample per "cpu" line (the aggregate line under "total"). Always true.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
   /// Fills the three frequencies of `state` from the cpufreq directory of CPU `name`; -1 for
   /// each file that is missing or unreadable (always for "total").
   void GetCpuFreq(const std::string& name, CpuState& state) const;

@@ -99,8 +99,6 @@ class ZEFO_EXPORT DiskMonitor : public BaseMonitor {
   MountTable GetMounts() const;
   /// One pass over /proc/diskstats; always true.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   DiskResourceInfo* info_;

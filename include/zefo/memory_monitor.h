@@ -65,8 +65,6 @@ class ZEFO_EXPORT MemoryMonitor : public BaseMonitor {
 
   /// One pass; always true, also when /proc/meminfo could not be read (every figure is then -1).
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   MemoryResourceInfo* info_;

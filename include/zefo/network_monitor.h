@@ -68,8 +68,6 @@ class ZEFO_EXPORT NetworkMonitor : public BaseMonitor {
   /// One pass over /proc/net/dev; false only when the file gives fewer than its two header
   /// lines.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   NetworkResourceInfo* info_;

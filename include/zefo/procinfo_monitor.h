@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <set>
 #include <string>
@@ -12,6 +13,10 @@
 #include "zefo/zefo_export.h"
 
 namespace zefo {
+
+namespace detail {
+struct FdSizeRule;
+}  // namespace detail
 
 /// One machine-wide CPU sample, taken once per pass and copied into every process's state.
 /// A plain value; no thread rules of its own.
@@ -220,8 +225,6 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   /// One pass: the machine-wide samples, then every watched process. False only when the proc
   /// root cannot be listed.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
   /// Bytes per statm page used for the mem* figures (defaults to the system's).
   void SetPageSize(int64_t page_size) { resource_info->SetPageSize(page_size); }
@@ -258,15 +261,6 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
 
   ProcInfoResourceInfo* resource_info;
   std::set<std::string> proc_set;
-  // The readers of stat, statm, status and io follow these formats step by step without sscanf
-  // (see procinfo_parse.h); the strings stay as the definition the tests hold them to.
-  std::string stat_format;
-  std::string cpu_format;
-  std::string uptime_format;
-  std::string statm_format;
-  std::string status_format;
-  std::string io_format;
-  std::string net_format;
   // Scratch reused from file to file and process to process, so that a pass in the steady state
   // does not allocate per file: the file texts, the path, and the sample being filled.
   std::string text_;
@@ -279,11 +273,8 @@ class ZEFO_EXPORT ProcInfoMonitor : public BaseMonitor {
   // Set by DoMonitor when the proc root is a procfs mount; until then every file is checked.
   bool procfs_checked_ = false;
   // Whether (and for which processes) an fd directory's size is its descriptor count; asked
-  // of the kernel once, at the first pass under a real procfs.
-  bool fd_rule_detected_ = false;
-  bool fd_size_is_count_ = false;
-  bool fd_lists_any_ = false;
-  unsigned int fd_euid_ = 0;
+  // of the kernel once, at the first pass under a real procfs (null until then).
+  std::unique_ptr<detail::FdSizeRule> fd_rule_;
   std::string own_pid_;
 };
 

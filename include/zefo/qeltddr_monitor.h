@@ -133,8 +133,6 @@ class ZEFO_EXPORT QeltDdrMonitor : public BaseMonitor {
   void GetDdrData(const MonitorData& data, QeltDdrState& state) const;
   /// Reads every device once; false when there is no device.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
   /// The port names, in record order: "CPU", "BPU", "CV", "APV", "CAM".
   const std::vector<std::string>& Ports() const { return ports_; }

@@ -57,8 +57,6 @@ class ZEFO_EXPORT TemperatureMonitor : public BaseMonitor {
   bool ReadTemperatureValue(const std::string& zone);
   /// Reads every zone; one that fails does not stop the others. The result of GetThermalZone.
   bool DoMonitor() override;
-  /// Forgets the names not sampled for `max_age_ms`: their stored samples and items.
-  std::size_t Forget(int64_t max_age_ms) override;
 
  private:
   TemperatureResourceInfo* info_;

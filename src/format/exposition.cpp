@@ -6,8 +6,10 @@
 
 #include <deque>
 #include <iterator>
+#include <type_traits>
 
 #include "format/fleet_metrics.h"
+#include "format/item_fields.h"
 #include "format/text.h"
 
 namespace zefo::format {
@@ -32,6 +34,9 @@ class Builder {
   Family& Info(const char* name, const char* help) {
     return Add(name, MetricType::kInfo, "", help);
   }
+  Family& Of(const Metric& metric) {
+    return Add(metric.name, metric.type, metric.unit, metric.help);
+  }
 
  private:
   Family& Add(const char* name, MetricType type, const char* unit, const char* help) {
@@ -48,6 +53,34 @@ void Put(Family& family, Labels labels, double value) {
 Labels With(Labels labels, const char* name, std::string value) {
   labels.emplace_back(name, std::move(value));
   return labels;
+}
+
+// The families of the figures of `Item` that are metrics of their own, in table order.
+template <typename Item>
+std::vector<Family*> FigureFamilies(Builder& b) {
+  std::vector<Family*> families;
+  ForEachField<Item>([&](const auto& field) {
+    if (field.metric.name != nullptr) families.push_back(&b.Of(field.metric));
+  });
+  return families;
+}
+
+// Puts the figures of `item` into the families FigureFamilies made, leaving out those that mean
+// nothing for the item. `ticks` is the clock tick rate, 0 where unknown.
+template <typename Item>
+void PutFigures(const std::vector<Family*>& families, const Labels& l, const Item& item,
+                double ticks = 0) {
+  std::size_t i = 0;
+  ForEachField<Item>([&](const auto& field) {
+    if constexpr (std::is_arithmetic_v<typename std::decay_t<decltype(field)>::Type>) {
+      if (field.metric.name == nullptr) return;
+      Family& family = *families[i++];
+      const double divisor = field.metric.per_tick ? ticks : field.metric.divisor;
+      if (divisor > 0 && Known(field, item)) {
+        Put(family, l, static_cast<double>(item.*field.member) / divisor);
+      }
+    }
+  });
 }
 
 constexpr char kUpdates[] = "Two-sample updates of the item since the monitor started.";
@@ -121,58 +154,22 @@ void Bpu(const Snapshot& pass, Builder& b) {
 
 void Disk(const Snapshot& pass, Builder& b) {
   Family& info = b.Info("zefo_disk", "The device and file system mounted at each mount point.");
-  Family& size = b.Gauge("zefo_disk_size_bytes", "bytes", "Size of the mounted file system.");
-  Family& avail = b.Gauge("zefo_disk_available_bytes", "bytes",
-                          "Space of the file system available to unprivileged users.");
-  Family& read = b.Gauge("zefo_disk_read_bytes_per_second", "bytes_per_second",
-                         "Bytes read from the file system's disk per second.");
-  Family& written = b.Gauge("zefo_disk_written_bytes_per_second", "bytes_per_second",
-                            "Bytes written to the file system's disk per second.");
+  const std::vector<Family*> figures = FigureFamilies<DiskResourceItem>(b);
   Family& updates = b.Counter("zefo_disk_updates", "", kUpdates);
   for (const auto& [name, disk] : pass.disk) {
     const Labels l{{"mount", name}, {"device", disk.name}};
     Put(info, With(l, "file_system", disk.file_system), 1);
-    Put(size, l, static_cast<double>(disk.total_size));
-    Put(avail, l, static_cast<double>(disk.available_size));
-    Put(read, l, disk.read_bandwidth);
-    Put(written, l, disk.written_bandwidth);
+    PutFigures(figures, l, disk);
     Put(updates, l, static_cast<double>(disk.count));
   }
 }
 
 void Memory(const Snapshot& pass, Builder& b) {
-  const struct {
-    const char* name;
-    long long MemoryResourceItem::*field;
-    const char* help;
-  } sizes[] = {
-      {"zefo_memory_total_bytes", &MemoryResourceItem::total, "Usable memory (MemTotal)."},
-      {"zefo_memory_free_bytes", &MemoryResourceItem::free, "Unused memory (MemFree)."},
-      {"zefo_memory_shared_bytes", &MemoryResourceItem::shared,
-       "Shared memory (MemShared, which current kernels no longer report)."},
-      {"zefo_memory_buffers_bytes", &MemoryResourceItem::buffers, "Block device buffers."},
-      {"zefo_memory_cached_bytes", &MemoryResourceItem::cached, "Page cache (Cached)."},
-      {"zefo_memory_shmem_bytes", &MemoryResourceItem::shmem, "Shared memory and tmpfs (Shmem)."},
-      {"zefo_memory_sreclaimable_bytes", &MemoryResourceItem::sreclaimable,
-       "Reclaimable slab memory (SReclaimable)."},
-      {"zefo_memory_swap_total_bytes", &MemoryResourceItem::swap_total, "Swap space (SwapTotal)."},
-      {"zefo_memory_swap_free_bytes", &MemoryResourceItem::swap_free,
-       "Unused swap space (SwapFree)."},
-  };
-  std::vector<Family*> families;
-  for (const auto& s : sizes) families.push_back(&b.Gauge(s.name, "bytes", s.help));
-  Family& used = b.Gauge("zefo_memory_used_ratio", "ratio",
-                         "Memory in use: total less free, buffers and page cache, over total.");
+  const std::vector<Family*> figures = FigureFamilies<MemoryResourceItem>(b);
   Family& updates = b.Counter("zefo_memory_updates", "", kUpdates);
   for (const auto& entry : pass.memory) {
-    const MemoryResourceItem& memory = entry.second;
-    for (std::size_t i = 0; i < families.size(); ++i) {
-      // -1: the kernel did not write the line.
-      const long long bytes = memory.*(sizes[i].field);
-      if (bytes >= 0) Put(*families[i], {}, static_cast<double>(bytes));
-    }
-    if (memory.total > 0) Put(used, {}, memory.used_percent / 100.0);
-    Put(updates, {}, static_cast<double>(memory.count));
+    PutFigures(figures, {}, entry.second);
+    Put(updates, {}, static_cast<double>(entry.second.count));
   }
 }
 
@@ -194,11 +191,11 @@ void Network(const Snapshot& pass, Builder& b) {
 }
 
 void Temperature(const Snapshot& pass, Builder& b) {
-  Family& temp = b.Gauge("zefo_temperature_celsius", "celsius", "Temperature of the thermal zone.");
+  const std::vector<Family*> figures = FigureFamilies<TemperatureResourceItem>(b);
   Family& updates = b.Counter("zefo_temperature_updates", "", kUpdates);
   for (const auto& [name, zone] : pass.temperature) {
     const Labels l{{"zone", name}};
-    Put(temp, l, zone.temperature);
+    PutFigures(figures, l, zone);
     Put(updates, l, static_cast<double>(zone.count));
   }
 }
@@ -209,16 +206,7 @@ void Ddr(const Snapshot& pass, Builder& b) {
   Family& port_write =
       b.Gauge("zefo_ddr_port_write_bytes_per_second", "bytes_per_second",
               "DDR write bandwidth of the port, as the monitor device reports it.");
-  Family& device_read = b.Gauge(
-      "zefo_ddr_device_read_bytes_per_second", "bytes_per_second",
-      "DDR read bandwidth of the whole device, its own figure (may exceed the ports' sum).");
-  Family& device_write = b.Gauge(
-      "zefo_ddr_device_write_bytes_per_second", "bytes_per_second",
-      "DDR write bandwidth of the whole device, its own figure (may exceed the ports' sum).");
-  Family& total_read = b.Gauge("zefo_ddr_total_read_bytes_per_second", "bytes_per_second",
-                               "DDR read bandwidth summed over the ports.");
-  Family& total_write = b.Gauge("zefo_ddr_total_write_bytes_per_second", "bytes_per_second",
-                                "DDR write bandwidth summed over the ports.");
+  const std::vector<Family*> figures = FigureFamilies<QeltDdrResourceItem>(b);
   Family& updates = b.Counter("zefo_ddr_updates", "", kUpdates);
   for (const auto& [name, ddr] : pass.ddr) {
     const Labels l{{"device", name}};
@@ -226,10 +214,7 @@ void Ddr(const Snapshot& pass, Builder& b) {
       Put(port_read, With(l, "port", port), bw.read);
       Put(port_write, With(l, "port", port), bw.write);
     }
-    Put(device_read, l, ddr.cmd_sum_read);
-    Put(device_write, l, ddr.cmd_sum_write);
-    Put(total_read, l, ddr.total_read);
-    Put(total_write, l, ddr.total_write);
+    PutFigures(figures, l, ddr);
     Put(updates, l, static_cast<double>(ddr.count));
   }
 }
@@ -241,48 +226,7 @@ void Process(const Snapshot& pass, const FormatOptions& options, Builder& b) {
   Family& cpu = b.Gauge("zefo_process_cpu_ratio", "ratio",
                         "CPU time of the process between the last two passes, in cores (1 is "
                         "one core kept busy).");
-  Family& last_cpu = b.Gauge("zefo_process_last_cpu", "", "The CPU the process last ran on.");
-  Family& start = b.Gauge("zefo_process_start_after_boot_seconds", "seconds",
-                          "When the process started, in seconds after boot.");
-  Family& run =
-      b.Gauge("zefo_process_run_time_seconds", "seconds", "Seconds since the process started.");
-  Family& blkio = b.Counter("zefo_process_blkio_delay_seconds", "seconds",
-                            "Time the process waited for block I/O.");
-  const struct {
-    const char* name;
-    int64_t ProcInfoResourceItem::*field;
-    const char* help;
-  } sizes[] = {
-      {"zefo_process_vm_size_bytes", &ProcInfoResourceItem::VmSize, "Virtual memory (VmSize)."},
-      {"zefo_process_vm_rss_bytes", &ProcInfoResourceItem::VmRss, "Resident memory (VmRSS)."},
-      {"zefo_process_rss_anon_bytes", &ProcInfoResourceItem::RssAnon,
-       "Resident anonymous memory (RssAnon)."},
-      {"zefo_process_rss_file_bytes", &ProcInfoResourceItem::RssFile,
-       "Resident file mappings (RssFile)."},
-      {"zefo_process_rss_shmem_bytes", &ProcInfoResourceItem::RssShmem,
-       "Resident shared memory (RssShmem)."},
-      {"zefo_process_vm_hwm_bytes", &ProcInfoResourceItem::VmHwm, "Peak resident memory (VmHWM)."},
-      {"zefo_process_vm_data_bytes", &ProcInfoResourceItem::VmData, "Data segment (VmData)."},
-      {"zefo_process_vm_stk_bytes", &ProcInfoResourceItem::VmStk, "Stack (VmStk)."},
-      {"zefo_process_vm_exe_bytes", &ProcInfoResourceItem::VmExe, "Text segment (VmExe)."},
-      {"zefo_process_vm_swap_bytes", &ProcInfoResourceItem::VmSwap, "Swapped-out memory (VmSwap)."},
-      {"zefo_process_statm_size_bytes", &ProcInfoResourceItem::memSize, "Program size from statm."},
-      {"zefo_process_statm_resident_bytes", &ProcInfoResourceItem::memResident,
-       "Resident set from statm."},
-      {"zefo_process_statm_shared_bytes", &ProcInfoResourceItem::memShared,
-       "Resident file-backed pages from statm."},
-      {"zefo_process_statm_text_bytes", &ProcInfoResourceItem::memText, "Text from statm."},
-      {"zefo_process_statm_lib_bytes", &ProcInfoResourceItem::memLib, "Library from statm."},
-      {"zefo_process_statm_data_bytes", &ProcInfoResourceItem::memData,
-       "Data and stack from statm."},
-  };
-  std::vector<Family*> memory;
-  for (const auto& s : sizes) memory.push_back(&b.Gauge(s.name, "bytes", s.help));
-  Family& fds = b.Gauge("zefo_process_open_fds", "", "Open file descriptors.");
-  Family& io_read = b.Gauge("zefo_process_io_read_bytes_per_second", "bytes_per_second",
-                            "Bytes the process read from storage per second.");
-  Family& io_write = b.Gauge("zefo_process_io_write_bytes_per_second", "bytes_per_second",
-                             "Bytes the process wrote to storage per second.");
+  const std::vector<Family*> figures = FigureFamilies<ProcInfoResourceItem>(b);
   Family& net_rx = b.Gauge("zefo_process_network_receive_bytes_per_second", "bytes_per_second",
                            "Bytes received per second on an interface of the process's network "
                            "namespace.");
@@ -304,16 +248,7 @@ void Process(const Snapshot& pass, const FormatOptions& options, Builder& b) {
     Put(state, With(l, "state", p.state), 1);
     Put(cpu, With(l, "mode", "user"), p.user / 100.0);
     Put(cpu, With(l, "mode", "system"), p.system / 100.0);
-    Put(last_cpu, l, p.cpu_core);
-    Put(start, l, p.start_time);
-    Put(run, l, p.run_time);
-    if (ticks > 0) Put(blkio, l, static_cast<double>(p.iowait) / static_cast<double>(ticks));
-    for (std::size_t i = 0; i < memory.size(); ++i) {
-      Put(*memory[i], l, static_cast<double>(p.*(sizes[i].field)));
-    }
-    Put(fds, l, static_cast<double>(p.fd_count));
-    Put(io_read, l, p.io_read_bandwidth);
-    Put(io_write, l, p.io_write_bandwidth);
+    PutFigures(figures, l, p, static_cast<double>(ticks));
     for (const auto& [interface, bw] : p.net) {
       std::string name = interface;
       if (!name.empty() && name.back() == ':') name.pop_back();

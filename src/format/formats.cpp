@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "core/report_frame.h"
+#include "format/item_fields.h"
 #include "format/text.h"
 
 namespace zefo::format {
@@ -80,24 +81,7 @@ std::string FormatPass(const Snapshot& pass, Format format, const FormatOptions&
 std::string FormatReport(const Snapshot& pass) {
   std::ostringstream os;
   zefo::detail::WriteReportFrame(os, pass.update_time, pass.kinds, [&](ResourceMonitorType type) {
-    switch (type) {
-      case Cpu:
-        return PrintItems(os, pass.cpu);
-      case Bpu:
-        return PrintItems(os, pass.bpu);
-      case Disk:
-        return PrintItems(os, pass.disk);
-      case Memory:
-        return PrintItems(os, pass.memory);
-      case Network:
-        return PrintItems(os, pass.network);
-      case Temperature:
-        return PrintItems(os, pass.temperature);
-      case QeltDdr:
-        return PrintItems(os, pass.ddr);
-      case ProcInfo:
-        return PrintItems(os, pass.process);
-    }
+    detail::ForKind(type, [&](auto member) { PrintItems(os, pass.*member); });
   });
   os << std::endl;
   return os.str();

@@ -2,7 +2,9 @@
 
 #include <climits>
 #include <iterator>
+#include <type_traits>
 
+#include "format/item_fields.h"
 #include "format/text.h"
 #include "zefo/zefo_resource_monitor.h"
 
@@ -19,61 +21,30 @@ struct Keep {
   }
 };
 
-template <typename Item>
-void CopyItems(const std::map<std::string, ResourceItem*>& items, Keep keep,
-               std::map<std::string, Item>& into) {
-  for (const auto& [name, item] : items) {
-    const auto* typed = dynamic_cast<const Item*>(item);
-    if (typed != nullptr && keep(*typed)) into.insert_or_assign(name, *typed);
-  }
-}
-
 // A process's registered name and command line come from files other users write; a copy is
 // cut to a bounded size so that no output grows with them.
 void Cut(std::string& text, std::size_t max_bytes) {
   if (text.size() > max_bytes) std::string(detail::CutUtf8(text, max_bytes)).swap(text);
 }
 
-void CopyProcesses(const std::map<std::string, ResourceItem*>& items, Keep keep,
-                   std::map<std::string, ProcInfoResourceItem>& into) {
+template <typename Item>
+void CopyItems(const std::map<std::string, ResourceItem*>& items, Keep keep,
+               std::map<std::string, Item>& into) {
   for (const auto& [name, item] : items) {
-    const auto* typed = dynamic_cast<const ProcInfoResourceItem*>(item);
+    const auto* typed = dynamic_cast<const Item*>(item);
     if (typed == nullptr || !keep(*typed)) continue;
-    ProcInfoResourceItem& copy = into.insert_or_assign(name, *typed).first->second;
-    Cut(copy.zefo_name, kMaxRegisteredNameBytes);
-    Cut(copy.cmd_line, kMaxCommandLineBytes);
+    Item& copy = into.insert_or_assign(name, *typed).first->second;
+    if constexpr (std::is_same_v<Item, ProcInfoResourceItem>) {
+      Cut(copy.zefo_name, kMaxRegisteredNameBytes);
+      Cut(copy.cmd_line, kMaxCommandLineBytes);
+    }
   }
 }
 
 void AddItems(Snapshot& pass, ResourceMonitorType type,
               const std::map<std::string, ResourceItem*>& items, Keep keep) {
   pass.kinds.push_back(type);
-  switch (type) {
-    case Cpu:
-      CopyItems(items, keep, pass.cpu);
-      break;
-    case Bpu:
-      CopyItems(items, keep, pass.bpu);
-      break;
-    case Disk:
-      CopyItems(items, keep, pass.disk);
-      break;
-    case Memory:
-      CopyItems(items, keep, pass.memory);
-      break;
-    case Network:
-      CopyItems(items, keep, pass.network);
-      break;
-    case Temperature:
-      CopyItems(items, keep, pass.temperature);
-      break;
-    case QeltDdr:
-      CopyItems(items, keep, pass.ddr);
-      break;
-    case ProcInfo:
-      CopyProcesses(items, keep, pass.process);
-      break;
-  }
+  detail::ForKind(type, [&](auto member) { CopyItems(items, keep, pass.*member); });
 }
 
 template <typename Item>
@@ -123,37 +94,17 @@ Snapshot TakeSnapshot(ZefoResourceMonitor& monitor, SnapshotScope scope) {
 }
 
 void DropStale(Snapshot& pass) {
-  const uint64_t live = pass.update_time;
-  DropStaleItems(live, pass.cpu);
-  DropStaleItems(live, pass.bpu);
-  DropStaleItems(live, pass.disk);
-  DropStaleItems(live, pass.memory);
-  DropStaleItems(live, pass.network);
-  DropStaleItems(live, pass.temperature);
-  DropStaleItems(live, pass.ddr);
-  DropStaleItems(live, pass.process);
+  detail::ForEachKind([&pass](ResourceMonitorType, const char*, auto member) {
+    DropStaleItems(pass.update_time, pass.*member);
+  });
 }
 
 const char* KindName(ResourceMonitorType type) {
-  switch (type) {
-    case Cpu:
-      return "cpu";
-    case Bpu:
-      return "bpu";
-    case Disk:
-      return "disk";
-    case Memory:
-      return "memory";
-    case Network:
-      return "network";
-    case Temperature:
-      return "temperature";
-    case QeltDdr:
-      return "ddr";
-    case ProcInfo:
-      return "process";
-  }
-  return "unknown";
+  const char* name = "unknown";
+  detail::ForEachKind([&](ResourceMonitorType kind, const char* kind_name, auto) {
+    if (kind == type) name = kind_name;
+  });
+  return name;
 }
 
 }  // namespace zefo::format

@@ -40,7 +40,9 @@ void BpuResourceInfo::DoUpdate(const std::string& name, BpuResourceItem* item,
 BpuMonitor::BpuMonitor() : BpuMonitor(KernelPaths()) {}
 
 BpuMonitor::BpuMonitor(const KernelPaths& paths)
-    : BaseMonitor(Bpu, paths), info_(new BpuResourceInfo()) {}
+    : BaseMonitor(Bpu, paths), info_(new BpuResourceInfo()) {
+  SetSamples(info_);
+}
 
 BpuMonitor::~BpuMonitor() {
   delete info_;
@@ -87,10 +89,6 @@ bool BpuMonitor::DoMonitor() {
     }
   }
   return true;
-}
-
-std::size_t BpuMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

@@ -72,7 +72,9 @@ void CpuResourceInfo::DoUpdate(const std::string& name, CpuResourceItem* item,
 CpuMonitor::CpuMonitor() : CpuMonitor(KernelPaths()) {}
 
 CpuMonitor::CpuMonitor(const KernelPaths& paths)
-    : BaseMonitor(Cpu, paths), info_(new CpuResourceInfo()) {}
+    : BaseMonitor(Cpu, paths), info_(new CpuResourceInfo()) {
+  SetSamples(info_);
+}
 
 CpuMonitor::~CpuMonitor() {
   delete info_;
@@ -118,10 +120,6 @@ void CpuMonitor::GetCpuFreq(const std::string& name, CpuState& state) const {
   read("cpuinfo_min_freq", state.min_freq);
   read("cpuinfo_max_freq", state.max_freq);
   read("cpuinfo_cur_freq", state.cur_freq);
-}
-
-std::size_t CpuMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

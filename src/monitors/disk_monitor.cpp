@@ -47,7 +47,9 @@ void DiskResourceInfo::DoUpdate(const std::string& /*name*/, DiskResourceItem* i
 DiskMonitor::DiskMonitor() : DiskMonitor(KernelPaths()) {}
 
 DiskMonitor::DiskMonitor(const KernelPaths& paths)
-    : BaseMonitor(Disk, paths), info_(new DiskResourceInfo()) {}
+    : BaseMonitor(Disk, paths), info_(new DiskResourceInfo()) {
+  SetSamples(info_);
+}
 
 DiskMonitor::~DiskMonitor() {
   delete info_;
@@ -138,10 +140,6 @@ bool DiskMonitor::DoMonitor() {
     }
   });
   return true;
-}
-
-std::size_t DiskMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

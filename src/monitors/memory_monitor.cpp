@@ -45,7 +45,9 @@ void MemoryResourceInfo::DoUpdate(const std::string& /*name*/, MemoryResourceIte
 MemoryMonitor::MemoryMonitor() : MemoryMonitor(KernelPaths()) {}
 
 MemoryMonitor::MemoryMonitor(const KernelPaths& paths)
-    : BaseMonitor(Memory, paths), info_(new MemoryResourceInfo()) {}
+    : BaseMonitor(Memory, paths), info_(new MemoryResourceInfo()) {
+  SetSamples(info_);
+}
 
 MemoryMonitor::~MemoryMonitor() {
   delete info_;
@@ -58,10 +60,6 @@ bool MemoryMonitor::DoMonitor() {
   // There is one memory item; it and its stored sample go under the empty name.
   info_->Update(MutableItems(), "", state, Now());
   return true;
-}
-
-std::size_t MemoryMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

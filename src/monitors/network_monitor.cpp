@@ -32,7 +32,9 @@ void NetworkResourceInfo::DoUpdate(const std::string& name, NetworkResourceItem*
 NetworkMonitor::NetworkMonitor() : NetworkMonitor(KernelPaths()) {}
 
 NetworkMonitor::NetworkMonitor(const KernelPaths& paths)
-    : BaseMonitor(Network, paths), info_(new NetworkResourceInfo()) {}
+    : BaseMonitor(Network, paths), info_(new NetworkResourceInfo()) {
+  SetSamples(info_);
+}
 
 NetworkMonitor::~NetworkMonitor() {
   delete info_;
@@ -49,10 +51,6 @@ bool NetworkMonitor::DoMonitor() {
     info_->Update(MutableItems(), name_, state, Now());
   });
   return line_number >= 2;
-}
-
-std::size_t NetworkMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

@@ -75,6 +75,7 @@ QeltDdrMonitor::QeltDdrMonitor(const KernelPaths& paths)
     : BaseMonitor(QeltDdr, paths),
       ports_(detail::DdrPortNames()),
       info_(new QeltDdrResourceInfo()) {
+  SetSamples(info_);
   // Devices are numbered from 0 without gaps; the first missing or unusable one ends the search.
   for (int id = 0;; ++id) {
     const std::string path = Paths().Dev("ddrmonitor" + std::to_string(id));
@@ -130,10 +131,6 @@ bool QeltDdrMonitor::DoMonitor() {
     }
   }
   return true;
-}
-
-std::size_t QeltDdrMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

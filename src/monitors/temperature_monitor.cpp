@@ -26,7 +26,9 @@ void TemperatureResourceInfo::DoUpdate(const std::string& name, TemperatureResou
 TemperatureMonitor::TemperatureMonitor() : TemperatureMonitor(KernelPaths()) {}
 
 TemperatureMonitor::TemperatureMonitor(const KernelPaths& paths)
-    : BaseMonitor(Temperature, paths), info_(new TemperatureResourceInfo()) {}
+    : BaseMonitor(Temperature, paths), info_(new TemperatureResourceInfo()) {
+  SetSamples(info_);
+}
 
 TemperatureMonitor::~TemperatureMonitor() {
   delete info_;
@@ -79,10 +81,6 @@ bool TemperatureMonitor::ReadTemperatureValue(const std::string& zone) {
 bool TemperatureMonitor::DoMonitor() {
   detail::AssignJoined(dir_, Paths().sysfs, "class/thermal");
   return ForEachZone(dir_, zone_, [this](const std::string& zone) { ReadTemperatureValue(zone); });
-}
-
-std::size_t TemperatureMonitor::Forget(int64_t max_age_ms) {
-  return info_->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iomanip>
+#include <memory>
 #include <utility>
 
 #include "core/counter_math.h"
@@ -151,14 +152,7 @@ ProcInfoMonitor::ProcInfoMonitor() : ProcInfoMonitor(KernelPaths()) {}
 
 ProcInfoMonitor::ProcInfoMonitor(const KernelPaths& paths)
     : BaseMonitor(ProcInfo, paths), resource_info(new ProcInfoResourceInfo()) {
-  detail::ProcInfoFormats formats = detail::MakeProcInfoFormats();
-  stat_format = std::move(formats.stat);
-  cpu_format = std::move(formats.cpu);
-  uptime_format = std::move(formats.uptime);
-  statm_format = std::move(formats.statm);
-  status_format = std::move(formats.status);
-  io_format = std::move(formats.io);
-  net_format = std::move(formats.net);
+  SetSamples(resource_info);
 }
 
 ProcInfoMonitor::ProcInfoMonitor(const std::set<std::string>& procs)
@@ -207,13 +201,9 @@ const std::string& ProcInfoMonitor::ProcFile(const std::string& pid, const char*
 bool ProcInfoMonitor::DoMonitor() {
   // Once a pass, one statfs: is the proc root a real procfs (see ReadProcFile)?
   procfs_checked_ = detail::IsProcfsMount(Paths().procfs);
-  if (procfs_checked_ && !fd_rule_detected_) {
-    const detail::FdSizeRule rule = detail::DetectFdSizeRule(Paths().procfs);
-    fd_size_is_count_ = rule.size_is_count;
-    fd_lists_any_ = rule.lists_any;
-    fd_euid_ = rule.euid;
+  if (procfs_checked_ && fd_rule_ == nullptr) {
+    fd_rule_ = std::make_unique<detail::FdSizeRule>(detail::DetectFdSizeRule(Paths().procfs));
     own_pid_ = std::to_string(getpid());
-    fd_rule_detected_ = true;
   }
   // Both samples stay zero if their file cannot be read; the pass goes on regardless.
   ProcInfoCpuState cpu;
@@ -234,7 +224,7 @@ bool ProcInfoMonitor::GetCpu(ProcInfoCpuState& out) {
 
 bool ProcInfoMonitor::GetUptime(ProcInfoUptimeState& out) {
   ReadText(Paths().Proc("uptime"), text_);
-  return detail::ParseUptime(text_, uptime_format, out);
+  return detail::ParseUptime(text_, out);
 }
 
 bool ProcInfoMonitor::MonitorAll(const ProcInfoCpuState& cpu, const ProcInfoUptimeState& uptime) {
@@ -320,12 +310,8 @@ bool ProcInfoMonitor::GetFd(const std::string& pid, ProcInfoState& state) {
   // real procfs on a kernel that gives the count as the directory's size, one stat() does
   // (see fd_count.h); a saved tree is always listed.
   const std::string& dir = ProcFile(pid, "fd");
-  if (procfs_checked_) {
-    detail::FdSizeRule rule;
-    rule.size_is_count = fd_size_is_count_;
-    rule.lists_any = fd_lists_any_;
-    rule.euid = static_cast<uid_t>(fd_euid_);
-    state.fd_count = detail::FdCount(dir, rule, pid == own_pid_);
+  if (procfs_checked_ && fd_rule_ != nullptr) {
+    state.fd_count = detail::FdCount(dir, *fd_rule_, pid == own_pid_);
   } else {
     state.fd_count = detail::ListFdCount(dir);
   }
@@ -341,12 +327,8 @@ bool ProcInfoMonitor::GetIo(const std::string& pid, ProcInfoState& state) {
 
 bool ProcInfoMonitor::GetNet(const std::string& pid, ProcInfoState& state) {
   ReadText(ProcFile(pid, "net/dev"), text_);
-  detail::ParseNetDev(text_, net_format, state.net);
+  detail::ParseNetDev(text_, state.net);
   return true;
-}
-
-std::size_t ProcInfoMonitor::Forget(int64_t max_age_ms) {
-  return resource_info->ForgetOlderThan(MutableItems(), Now() - max_age_ms);
 }
 
 }  // namespace zefo

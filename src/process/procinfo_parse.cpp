@@ -52,30 +52,6 @@ bool SingleLine(std::string_view text, std::string_view& line) {
 
 }  // namespace
 
-ProcInfoFormats MakeProcInfoFormats() {
-  ProcInfoFormats f;
-  // "1234 (my proc) S 1 1234 1234 0 -1 4194560 150 0 0 0 350 120 0 0 20 0 1 0 5000 ..."
-  //  pid  comm      state ppid pgrp sid tty_nr tpgid flags minflt cminflt majflt cmajflt
-  //  utime stime | cutime cstime priority nice num_threads itrealvalue | starttime (22) | ...
-  //  processor (39) rt_priority policy delayacct_blkio_ticks (42)
-  // Fields 1 to 15 are converted, 16 to 21 skipped, 22 converted, 23 to 38 skipped, 39 converted,
-  // 40 and 41 skipped, 42 converted. The command name and the state go into 256-byte buffers,
-  // hence "%255[^)]" and "%255s" rather than the unbounded "%[^)]" and "%s"; likewise for every
-  // word below.
-  f.stat = "%lld (%255[^)]) %255s %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld";
-  for (int i = 0; i < 6; ++i) f.stat += " %*lld";
-  f.stat += " %lld";
-  for (int i = 0; i < 16; ++i) f.stat += " %*lld";
-  f.stat += " %d %*lld %*lld %lld";
-  f.cpu = "%255s %lld %lld %lld %lld %lld %lld %lld %lld %lld %lld";
-  f.uptime = "%lf %lf";
-  f.statm = "%lld %lld %lld %lld %lld %lld %lld";
-  f.status = "%*s %lld %255s";
-  f.io = "%255s %lld";
-  f.net = "%255s %lld %*lld %*lld %*lld %*lld %*lld %*lld %*lld %lld";
-  return f;
-}
-
 void ParseProcStat(std::string_view text, ProcInfoState& out) {
   // The steps of the stat format, one by one; the first that fails ends the line, leaving the
   // fields after it as they were. The name and the state start empty, as the zeroed buffers of
@@ -247,15 +223,17 @@ void ParseIo(std::string_view text, ProcInfoState& out) {
 // " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets ..."
 // "  eth0: 1024      8    0    0    0     0          0         0     2048     16 ..."
 //   name   rx_bytes  (seven skipped)                                 tx_bytes
-void ParseNetDev(std::string_view text, const std::string& format,
-                 std::map<std::string, ProcInfoNetState>& out) {
+void ParseNetDev(std::string_view text, std::map<std::string, ProcInfoNetState>& out) {
   LineWalker lines(text);
   if (!lines.Next() || !lines.Next()) return;  // the two header lines
   while (lines.Next()) {
     char name[BaseMonitor::kWordSize] = {};
+    long long rx = 0, tx = 0;  // what %lld stores into, whatever width int64_t has here
+    std::sscanf(lines.CStr(), "%255s %lld %*d %*d %*d %*d %*d %*d %*d %lld", name, &rx, &tx);
     ProcInfoNetState record;
-    std::sscanf(lines.CStr(), format.c_str(), name, &record.rx_bytes, &record.tx_bytes);
     record.name = name;
+    record.rx_bytes = rx;
+    record.tx_bytes = tx;
     out[record.name] = std::move(record);
   }
 }
@@ -269,7 +247,7 @@ bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
   LineWalker lines(text);
   lines.Next();
   if (FirstWord(lines.View()).substr(0, 3) != "cpu") return false;
-  // ProcInfoFormats::cpu: "%255s" and ten "%lld", stopping at the first that fails.
+  // As "%255s" and ten "%lld" would read it, stopping at the first that fails.
   long long counters[10] = {};
   ScanCursor first(lines.View(), nul);
   std::string_view word;
@@ -299,10 +277,10 @@ bool ParseCpuTotal(std::string_view text, ProcInfoCpuState& out) {
 
 // "350.25 1201.50"
 //  uptime idle   (seconds)
-bool ParseUptime(std::string_view text, const std::string& format, ProcInfoUptimeState& out) {
+bool ParseUptime(std::string_view text, ProcInfoUptimeState& out) {
   if (text.empty()) return false;
   const std::string line(FirstLine(text));
-  std::sscanf(line.c_str(), format.c_str(), &out.uptime, &out.idle);
+  std::sscanf(line.c_str(), "%lf %lf", &out.uptime, &out.idle);
   return true;
 }
 

@@ -9,9 +9,12 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "format/item_fields.h"
 #include "record/bytes.h"
 #include "zefo/format/snapshot.h"
 
@@ -215,41 +218,44 @@ struct Field {
   void (*decode)(ByteReader& in, Item& item, Column& column);
 };
 
-template <typename Item, auto Member>
-Field<Item> MakeField(const char* name) {
-  using T = std::remove_reference_t<decltype(std::declval<Item&>().*Member)>;
-  return Field<Item>{name, Codec<T>::kWire,
+// The figures of `Item` in the order a record writes them: those of the formats' table of the
+// class, so that a new figure is recorded as soon as it is in the table. Recordings made before
+// it replay with the class's default for it.
+template <typename Item, std::size_t I>
+Field<Item> MakeField() {
+  static constexpr auto kFigure = std::get<I>(format::detail::ItemFields<Item>::kAll);
+  using C = Codec<typename decltype(kFigure)::Type>;
+  return Field<Item>{kFigure.name, C::kWire,
                      [](const Item* prev, const Item& cur, Column& column, ByteWriter& out) {
-                       Codec<T>::Encode(prev != nullptr ? &(prev->*Member) : nullptr, cur.*Member,
-                                        column, out);
+                       C::Encode(prev != nullptr ? &(prev->*kFigure.member) : nullptr,
+                                 cur.*kFigure.member, column, out);
                      },
                      [](ByteReader& in, Item& item, Column& column) {
-                       Codec<T>::Decode(in, item.*Member, column);
+                       C::Decode(in, item.*kFigure.member, column);
                      }};
 }
 
-const std::vector<Field<CpuResourceItem>>& Fields(const CpuResourceItem*);
-const std::vector<Field<BpuResourceItem>>& Fields(const BpuResourceItem*);
-const std::vector<Field<DiskResourceItem>>& Fields(const DiskResourceItem*);
-const std::vector<Field<MemoryResourceItem>>& Fields(const MemoryResourceItem*);
-const std::vector<Field<NetworkResourceItem>>& Fields(const NetworkResourceItem*);
-const std::vector<Field<TemperatureResourceItem>>& Fields(const TemperatureResourceItem*);
-const std::vector<Field<QeltDdrResourceItem>>& Fields(const QeltDdrResourceItem*);
-const std::vector<Field<ProcInfoResourceItem>>& Fields(const ProcInfoResourceItem*);
+template <typename Item, std::size_t... I>
+std::vector<Field<Item>> FieldsOf(std::index_sequence<I...>) {
+  return {MakeField<Item, I>()...};
+}
+
+template <typename Item>
+const std::vector<Field<Item>>& Fields() {
+  static const std::vector<Field<Item>> fields =
+      FieldsOf<Item>(std::make_index_sequence<
+                     std::tuple_size_v<decltype(format::detail::ItemFields<Item>::kAll)>>());
+  return fields;
+}
 
 // Calls f(type, &Snapshot::<map>, fields) for every kind of item, in type order.
 template <typename F>
 void ForEachKind(F&& f) {
-  f(Cpu, &format::Snapshot::cpu, Fields(static_cast<const CpuResourceItem*>(nullptr)));
-  f(Bpu, &format::Snapshot::bpu, Fields(static_cast<const BpuResourceItem*>(nullptr)));
-  f(Disk, &format::Snapshot::disk, Fields(static_cast<const DiskResourceItem*>(nullptr)));
-  f(Memory, &format::Snapshot::memory, Fields(static_cast<const MemoryResourceItem*>(nullptr)));
-  f(Network, &format::Snapshot::network, Fields(static_cast<const NetworkResourceItem*>(nullptr)));
-  f(Temperature, &format::Snapshot::temperature,
-    Fields(static_cast<const TemperatureResourceItem*>(nullptr)));
-  f(QeltDdr, &format::Snapshot::ddr, Fields(static_cast<const QeltDdrResourceItem*>(nullptr)));
-  f(ProcInfo, &format::Snapshot::process,
-    Fields(static_cast<const ProcInfoResourceItem*>(nullptr)));
+  format::detail::ForEachKind([&f](ResourceMonitorType type, const char*, auto member) {
+    using Item =
+        typename std::remove_reference_t<decltype(format::Snapshot().*member)>::mapped_type;
+    f(type, member, Fields<Item>());
+  });
 }
 
 }  // namespace zefo::record::detail
