@@ -95,26 +95,6 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   EXPECT_EQ(KernelPaths().Root("/"), "/");
 }
 
-TEST(Readers, NumbersClampAsStrtoll) {
-  const std::tuple<std::string, bool, long long> cases[] = {
-      {"  42 rest", true, 42},
-      {"+17", true, 17},
-      {"9223372036854775808", true, LLONG_MAX},
-      {"-99999999999999999999999", true, LLONG_MIN},
-      {"", false, -1},
-      {"-", false, -1},
-      {"\0"
-       "1"s,
-       false, -1},
-  };
-  for (const auto& [text, ok, expected] : cases) {
-    long long value = -1;
-    detail::ScanCursor cursor(text);
-    EXPECT_EQ(cursor.Number(value), ok) << text;
-    EXPECT_EQ(value, expected) << text;
-  }
-}
-
 struct CounterItem : ResourceItem {
   ~CounterItem() override { ++destroyed; }
   void PrintToStream(std::ostream& os) override { os << rate << "\n"; }

@@ -24,19 +24,26 @@
 
 #include <gtest/gtest.h>
 
+#include "core/scan_cursor.h"
 #include "monitors/cpu_parse.h"
 #include "monitors/disk_parse.h"
 #include "monitors/memory_parse.h"
 #include "monitors/network_parse.h"
 #include "monitors/qeltddr_decode.h"
 #include "monitors/temperature_parse.h"
+#include "process/fd_count.h"
+#include "process/procinfo_parse.h"
 #include "support/board.h"
 #include "support/golden.h"
 
 namespace zefo {
 namespace {
 
+using namespace std::string_literals;
+using testing::Figures;
 using testing::FixtureTree;
+using testing::Rows;
+using testing::Shown;
 using L = std::vector<long long>;
 
 template <typename T = ResourceItem>
@@ -51,115 +58,6 @@ std::vector<std::string> Names(const BaseMonitor& monitor) {
   return names;
 }
 
-// An input as the golden file shows it: control bytes and bytes beyond ASCII escaped, long runs
-// of one character counted.
-std::string Shown(const std::string& in) {
-  std::string out;
-  for (std::size_t i = 0; i < in.size();) {
-    std::size_t run = 1;
-    while (i + run < in.size() && in[i + run] == in[i]) ++run;
-    const auto byte = static_cast<unsigned char>(in[i]);
-    char hex[8];
-    std::snprintf(hex, sizeof hex, "\\x%02x", byte);
-    const std::string one = byte >= 0x20 && byte < 0x7f ? std::string(1, in[i]) : hex;
-    out += run > 8 ? one + "{" + std::to_string(run) + "}" : std::string();
-    for (std::size_t k = 0; run <= 8 && k < run; ++k) out += one;
-    i += run;
-  }
-  return "\"" + out + "\"";
-}
-
-std::string Figures(std::initializer_list<long long> figures) {
-  std::string out;
-  for (long long f : figures) out += " " + std::to_string(f);
-  return out;
-}
-
-// Every reader's result for odd and hostile lines, one line per input, in readers.txt.
-TEST(Readers, OddAndHostileLines) {
-  std::ostringstream out;
-  const auto table = [&](const char* reader, const std::vector<std::string>& inputs,
-                         const std::function<std::string(std::string)>& show) {
-    out << reader << ":\n";
-    for (const std::string& in : inputs) out << "  " << Shown(in) << " ->" << show(in) << "\n";
-  };
-  table("cpu line (word, then the ten counters; 77 left over from an earlier line)",
-        {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu3 1 2 3 4 5 6 7", "cpu2 7 x 9",
-         "cpu0 -5 99999999999999999999", "cpu" + std::string(400, 'x') + " 1", "intr 197539 0 0",
-         "   \t", std::string("\x01\xff\0cpu", 6)},
-        [](const std::string& in) {
-          std::string word = "-";
-          CpuState s;
-          s.user = s.guest_nice = 77;
-          const bool taken = detail::ParseCpuStatLine(in.c_str(), word, s);
-          return (taken ? " " : " refused ") + Shown(word) +
-                 Figures({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal,
-                          s.guest, s.guest_nice});
-        });
-  // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale; one number
-  // and one unit serve the whole file, so a bare key reuses the last ones.
-  table("meminfo (total free shared buffers cached shmem sreclaimable swap_total swap_free)",
-        {"", "MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
-         "MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
-         "\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
-             std::string(5000, 'M') + " 1 kB\n"},
-        [](std::string in) {
-          MemoryState s;
-          detail::ParseMeminfoInPlace(in, s);
-          return Figures({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem, s.sreclaimable,
-                          s.swap_total, s.swap_free});
-        });
-  // Up to 1000 the driver gives degrees, above it millidegrees.
-  table("zone temperature (raw, degrees)",
-        {"45000\n", "1000", "1001", "-5000", "n/a", "", "99999999999999"},
-        [](const std::string& in) {
-          const int raw = detail::ParseZoneTemp(in.c_str());
-          return " " + std::to_string(raw) + " " + std::to_string(detail::ZoneCelsius(raw));
-        });
-  // A counter that touches the colon stays in the name and the rest moves one place left.
-  table("net/dev line (name, rx_bytes rx_packets tx_bytes tx_compressed; 99 left over)",
-        {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
-         "   0    0     0       0          7",
-         "  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
-         "   0    0     0       0          0",
-         "  wlan0: 5 6 junk 8", "", std::string(300, 'n') + ": 1 2 3"},
-        [](const std::string& in) {
-          std::string name = "-";
-          NetworkState s;
-          s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
-          const bool taken = detail::ParseNetDevLine(in.c_str(), name, s);
-          return (taken ? " " : " refused ") + Shown(name) +
-                 Figures({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed});
-        });
-  // 14 fields, 20 (discards and flushes), cut short (the rest reads 0).
-  const std::string counters = " 11 12 13 14 15 16 17 18 19 20 21";
-  table("diskstats line (sectors read, written, weighted time; 99 left over)",
-        {"   8       1 sda1" + counters, "   8       1 sda1" + counters + " 1 2 3 4 5 6",
-         "   8       1 sda1 11 12 13", "   8       1 " + std::string(300, 'x') + counters,
-         "sda1 8 1" + counters},
-        [](const std::string& in) {
-          DiskState s;
-          s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
-          const bool taken = detail::ParseDiskstatsLine(in.c_str(), s);
-          return (taken ? "" : " refused") +
-                 Figures({s.sectors_read, s.sectors_written, s.weighted_io_time_ms});
-        });
-  // The previous mount point stays when a line has one word; a word too long for its buffer
-  // refuses the line whole, never split in two.
-  std::string fs = "old-fs", mp = "/old";
-  table("mount line (words taken, file system, mount point)",
-        {"/dev/vda1 /boot ext4 rw 0 0", "none", "", "/dev/x /" + std::string(300, 'm')},
-        [&](const std::string& in) {
-          const int words = detail::ParseMountLine(in.c_str(), fs, mp);
-          return " " + std::to_string(words) + " " + Shown(fs) + " " + Shown(mp);
-        });
-  testing::ExpectGolden("readers.txt", out.str());
-  uint64_t key = 0;
-  // Minor 256 spills into the major's bits: the key is that of 9:0, not of 8:256.
-  ASSERT_TRUE(detail::ParseDiskstatsKey("8 256 sdq", key));
-  EXPECT_EQ(key, makedev(9, 0));
-}
-
 // `count` records of the DDR device, carrying first, first + 1, ... MiB on the CPU port.
 std::vector<unsigned char> DdrRecords(std::size_t count, uint32_t first = 1) {
   std::vector<unsigned char> bytes;
@@ -172,20 +70,175 @@ std::vector<unsigned char> DdrRecords(std::size_t count, uint32_t first = 1) {
   return bytes;
 }
 
-TEST(Readers, DdrRecords) {
+// Every reader's result for odd and hostile lines, one line per input, in readers.txt.
+TEST(Readers, OddAndHostileLines) {
+  std::string out =
+      Rows("cpu line (word, then the ten counters; 77 left over from an earlier line)",
+           {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu3 1 2 3 4 5 6 7", "cpu2 7 x 9",
+            "cpu0 -5 99999999999999999999", "cpu" + std::string(400, 'x') + " 1", "intr 197539 0 0",
+            "   \t", std::string("\x01\xff\0cpu", 6)},
+           [](const std::string& in) {
+             std::string word = "-";
+             CpuState s;
+             s.user = s.guest_nice = 77;
+             const bool taken = detail::ParseCpuStatLine(in.c_str(), word, s);
+             return (taken ? " " : " refused ") + Shown(word) +
+                    Figures({s.user, s.nice, s.system, s.idle, s.iowait, s.irq, s.softirq, s.steal,
+                             s.guest, s.guest_nice});
+           });
+  // Old kernels wrote MemShared:; a repeated key keeps the later line; units scale; one number
+  // and one unit serve the whole file, so a bare key reuses the last ones.
+  out += Rows("meminfo (total free shared buffers cached shmem sreclaimable swap_total swap_free)",
+              {"", "MemShared: 3 kB\nMemTotal: 1 MB\nMemTotal: 2 MB\nMemFree: 7 B\nCached: 9 GB\n",
+               "MemTotal: 4 kB\nMemFree:\nBuffers: 5\nCached: 6 pages\n",
+               "\x01\xff garbage\n\nMemTotal:kB 12\nSwapFree: 99999999999999999999999 kB\n" +
+                   std::string(5000, 'M') + " 1 kB\n"},
+              [](std::string in) {
+                MemoryState s;
+                detail::ParseMeminfoInPlace(in, s);
+                return Figures({s.total, s.free, s.shared, s.buffers, s.cached, s.shmem,
+                                s.sreclaimable, s.swap_total, s.swap_free});
+              });
+  // Up to 1000 the driver gives degrees, above it millidegrees.
+  out += Rows("zone temperature (raw, degrees)",
+              {"45000\n", "1000", "1001", "-5000", "n/a", "", "99999999999999"},
+              [](const std::string& in) {
+                const int raw = detail::ParseZoneTemp(in.c_str());
+                return " " + std::to_string(raw) + " " + std::to_string(detail::ZoneCelsius(raw));
+              });
+  // A counter that touches the colon stays in the name and the rest moves one place left.
+  out += Rows(
+      "net/dev line (name, rx_bytes rx_packets tx_bytes tx_compressed; 99 left over)",
+      {"    lo:    3267      29    0    0    0     0          0         0     3267      29    0 "
+       "   0    0     0       0          7",
+       "  eth0:18707308     781    0    0    0     0          0         0    49151     663    0 "
+       "   0    0     0       0          0",
+       "  wlan0: 5 6 junk 8", "", std::string(300, 'n') + ": 1 2 3"},
+      [](const std::string& in) {
+        std::string name = "-";
+        NetworkState s;
+        s.rx_bytes = s.rx_packets = s.tx_bytes = s.tx_compressed = 99;
+        const bool taken = detail::ParseNetDevLine(in.c_str(), name, s);
+        return (taken ? " " : " refused ") + Shown(name) +
+               Figures({s.rx_bytes, s.rx_packets, s.tx_bytes, s.tx_compressed});
+      });
+  // 14 fields, 20 (discards and flushes), cut short (the rest reads 0).
+  const std::string counters = " 11 12 13 14 15 16 17 18 19 20 21";
+  out += Rows("diskstats line (sectors read, written, weighted time; 99 left over)",
+              {"   8       1 sda1" + counters, "   8       1 sda1" + counters + " 1 2 3 4 5 6",
+               "   8       1 sda1 11 12 13", "   8       1 " + std::string(300, 'x') + counters,
+               "sda1 8 1" + counters},
+              [](const std::string& in) {
+                DiskState s;
+                s.sectors_read = s.sectors_written = s.weighted_io_time_ms = 99;
+                const bool taken = detail::ParseDiskstatsLine(in.c_str(), s);
+                return (taken ? "" : " refused") +
+                       Figures({s.sectors_read, s.sectors_written, s.weighted_io_time_ms});
+              });
+  // Minor 256 spills into the major's bits: the key is that of 9:0, not of 8:256.
+  out += Rows("diskstats key (major:minor)", {"8 256 sdq", "8 1 sda1", "x 1"},
+              [](const std::string& in) {
+                uint64_t key = 0;
+                return detail::ParseDiskstatsKey(in.c_str(), key)
+                           ? " " + std::to_string(major(key)) + ":" + std::to_string(minor(key))
+                           : " refused";
+              });
+  // The previous mount point stays when a line has one word; a word too long for its buffer
+  // refuses the line whole, never split in two.
+  std::string fs = "old-fs", mp = "/old";
+  out += Rows("mount line (words taken, file system, mount point)",
+              {"/dev/vda1 /boot ext4 rw 0 0", "none", "", "/dev/x /" + std::string(300, 'm')},
+              [&](const std::string& in) {
+                const int words = detail::ParseMountLine(in.c_str(), fs, mp);
+                return " " + std::to_string(words) + " " + Shown(fs) + " " + Shown(mp);
+              });
+  // Records are counted from the start of what was read; the newest whole one counts.
   const std::vector<unsigned char> full = DdrRecords(400);
-  const std::pair<std::size_t, int> cases[] = {{0, 0},   {375, 0}, {376, 1},
-                                               {751, 1}, {752, 2}, {150400, 400}};
-  for (const auto& [length, mib] : cases) {
-    std::vector<unsigned char> bytes(1);  // one byte in, so the records are not aligned
-    bytes.insert(bytes.end(), full.begin(), full.begin() + static_cast<long>(length));
-    QeltDdrState s;
-    EXPECT_EQ(detail::DecodeNewestDdrRecord(bytes.data() + 1, length, detail::DdrPortNames(), s),
-              mib != 0);
-    if (mib != 0) {
-      EXPECT_EQ(s.bandwidth["CPU"].read, mib * 1048576) << length;
-    }
-  }
+  out += Rows(
+      "DDR records (bytes read -> CPU port read, MiB, of the newest whole record)",
+      {"0", "375", "376", "751", "752", "150400"}, [&](const std::string& in) {
+        const std::size_t length = std::stoul(in);
+        std::vector<unsigned char> bytes(1);  // one byte in, so the records are not aligned
+        bytes.insert(bytes.end(), full.begin(), full.begin() + static_cast<long>(length));
+        QeltDdrState s;
+        if (!detail::DecodeNewestDdrRecord(bytes.data() + 1, length, detail::DdrPortNames(), s))
+          return std::string(" refused");
+        return Figures({static_cast<long long>(s.bandwidth["CPU"].read) / 1048576});
+      });
+  // Numbers clamp as strtoll does; a NUL ends the text.
+  out += Rows("number (taken, value; -1 left over)",
+              {"  42 rest", "+17", "9223372036854775808", "-99999999999999999999999", "", "-",
+               std::string("\0"
+                           "1",
+                           2)},
+              [](const std::string& in) {
+                long long value = -1;
+                const bool taken = detail::ScanCursor(in).Number(value);
+                return (taken ? " " : " refused ") + std::to_string(value);
+              });
+  out += Rows("kernel release at least 6.2",
+              {"6.2.0", "6.1.99", "5.10.110-rt63", "6.18.44-fc-v782", "10.0", "6", ""},
+              [](const std::string& in) {
+                return detail::ReleaseAtLeast(in.c_str(), 6, 2) ? " yes" : " no";
+              });
+  // A process's files. The name is cut at its buffer; a short line leaves the later fields
+  // alone.
+  out += Rows("process stat (pid name state ppid tpgid cmajflt utime stime; 77 left over)",
+              {"1234 (my proc) S 1 2 3 0 -1 9 10 11 12 14 350 120",
+               "5 (" + std::string(400, 'n') + ") R 1", "7 (a) b) Z 1", "", "x"},
+              [](const std::string& in) {
+                ProcInfoState s;
+                s.utime = s.stime = 77;
+                detail::ParseProcStat(in, s);
+                return " " + Shown(s.name) + " " + Shown(s.state) +
+                       Figures({s.pid, s.ppid, s.tpgid, s.cmajflt, s.utime, s.stime});
+              });
+  // Arguments end in one NUL; without a final NUL the last byte is replaced anyway; only the
+  // first line counts.
+  out += Rows("process cmdline",
+              {"a\0b\0"s, "",
+               "sleep\0"
+               "10"s,
+               "a\0b\0\nline2\0"s},
+              [](const std::string& in) {
+                std::string cmd_line = "stale";
+                detail::ParseCmdLine(in, cmd_line);
+                return " " + Shown(cmd_line);
+              });
+  out += Rows("registration (name file|pid file, for process 1234)",
+              {"camera\n|1234\n", "camera|1234", "camera\n|1234 \n", "camera\n|12345\n",
+               "camera\nx\n|1234\n", "camera\n|1234\n\n", "|1234\n", "camera\n|"},
+              [](const std::string& in) {
+                std::string name = "stale";
+                const std::size_t bar = in.find('|');
+                detail::ParseRegistration(in.substr(0, bar), in.substr(bar + 1), "1234", name);
+                return " " + Shown(name);
+              });
+  // A line without a unit word keeps the last unit read.
+  out += Rows(
+      "process status and io (VmPeak VmRSS VmSwap VmLck RssFile rchar syscw write_bytes "
+      "cancelled_write_bytes)",
+      {"VmPeak:\t 1 MB\nVmRSS:\t 2048 kB\nVmSwap:\t 3\nVmLckX:\t 5 kB\nRssFile: 7 B\n",
+       "rchar: 10\nsyscw: 4\nwrite_bytes: 8192\ncancelled_write_bytes: 1\nbogus: 5\n"},
+      [](const std::string& in) {
+        ProcInfoState s;
+        detail::ParseStatus(in, s);
+        detail::ParseIo(in, s);
+        return Figures({s.VmPeak, s.VmRSS, s.VmSwap, s.VmLck, s.RssFile, s.rchar, s.syscw,
+                        s.write_bytes, s.cancelled_write_bytes});
+      });
+  // The core count is the last per-core line's number plus one, a lone cpu0 reading 0.
+  const std::string agg = "cpu  10 20 30 40 50 60 70 80 90 100\n";
+  out +=
+      Rows("machine stat for processes (taken, total, cores; -1 left over)",
+           {agg + "cpu0 1\ncpu1 1\ncpu2 1\ncpu3 1\nintr 5 6\n", agg + "cpu0 1\nintr 5\n", agg,
+            "cpu  1 2 3 4\ncpu2147483647 1\n", "cpu  2147483647 2 3 4\n", "intr 1 2\n" + agg, ""},
+           [](const std::string& in) {
+             ProcInfoCpuState s{-1, -1};
+             const bool taken = detail::ParseCpuTotal(in, s);
+             return (taken ? "" : " refused") + Figures({s.total, s.cores});
+           });
+  testing::ExpectGolden("readers.txt", out);
 }
 
 // A board without any of the files: every monitor passes over it, and only memory has an item

@@ -1,8 +1,9 @@
-// The process monitor: its parsers on odd text, what the fixture board cannot show (a fixed set
-// of processes, processes that exit or lack files, planted devices), and children of this test
-// measured against what the kernel reports of them.
+// The process monitor: what the fixture board cannot show (a fixed set of processes, processes
+// that exit or lack files, planted devices), and children of this test measured against what
+// the kernel reports of them.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "core/file_reader.h"
+#include "process/fd_count.h"
 #include "process/procinfo_parse.h"
 #include "support/board.h"
 
@@ -29,74 +31,6 @@ using testing::FixtureTree;
 const ProcInfoResourceItem* Item(const ProcInfoMonitor& m, const std::string& pid) {
   auto it = m.Items().find(pid);
   return it == m.Items().end() ? nullptr : dynamic_cast<ProcInfoResourceItem*>(it->second);
-}
-
-TEST(ProcInfoParse, OddLines) {
-  ProcInfoState s;
-  detail::ParseProcStat("1234 (my proc) S 1 2 3 0 -1 9 10 11 12 14 350 120", s);
-  EXPECT_EQ(tie(s.pid, s.name, s.state, s.tpgid, s.cmajflt, s.utime, s.stime),
-            make_tuple(1234LL, "my proc"s, "S"s, -1LL, 14LL, 350LL, 120LL));
-  // An overlong name is cut at its buffer; a short line leaves the later fields alone.
-  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", s);
-  EXPECT_EQ(tie(s.pid, s.ppid, s.utime, s.name),
-            make_tuple(5LL, 1LL, 350LL, std::string(255, 'n')));
-
-  const std::pair<std::string, std::string> cmdlines[] = {
-      {"a\0b\0"s, "a b\0"s},
-      {"", ""},
-      {"sleep\0"
-       "10"s,
-       "sleep 1\0"s},                  // no final NUL: the last byte is replaced anyway
-      {"a\0b\0\nline2\0"s, "a b\0"s},  // only the first line counts
-  };
-  for (const auto& [text, expected] : cmdlines) {
-    std::string out = "stale";
-    detail::ParseCmdLine(text, out);
-    EXPECT_EQ(out, expected);
-  }
-
-  const std::tuple<std::string, std::string, bool> registrations[] = {
-      {"camera\n", "1234\n", true},
-      {"camera", "1234", true},
-      {"camera\n", "1234 \n", false},
-      {"camera\n", "12345\n", false},
-      {"camera\nx\n", "1234\n", false},
-      {"camera\n", "1234\n\n", false},
-      {"", "1234\n", false},
-      {"camera\n", "", false},
-  };
-  for (const auto& [name, pid, match] : registrations) {
-    std::string out;
-    detail::ParseRegistration(name, pid, "1234", out);
-    EXPECT_EQ(out, match ? "camera" : "") << name << "|" << pid;
-  }
-
-  detail::ParseStatus(
-      "VmPeak:\t 1 MB\nVmRSS:\t 2048 kB\nVmSwap:\t 3\nVmLckX:\t 5 kB\nRssFile: 7 B\n", s);
-  // A line without a unit word keeps the last unit read (kB for VmSwap).
-  EXPECT_EQ(tie(s.VmPeak, s.VmRSS, s.VmSwap, s.VmLck, s.RssFile),
-            make_tuple(1048576LL, 2048LL * 1024, 3LL * 1024, 0LL, 7LL));
-  detail::ParseIo("rchar: 10\nsyscw: 4\nwrite_bytes: 8192\ncancelled_write_bytes: 1\nbogus: 5\n",
-                  s);
-  EXPECT_EQ(tie(s.rchar, s.syscw, s.write_bytes, s.cancelled_write_bytes),
-            make_tuple(10LL, 4LL, 8192LL, 1LL));
-
-  const std::string agg = "cpu  10 20 30 40 50 60 70 80 90 100\n";
-  const std::tuple<std::string, bool, long long, int> stats[] = {
-      {agg + "cpu0 1\ncpu1 1\ncpu2 1\ncpu3 1\nintr 5 6\n", true, 550, 4},
-      {agg + "cpu0 1\nintr 5\n", true, 550, 0},  // a lone cpu0 reads 0 cores
-      {agg, true, 550, 11},                      // no per-core line: the first counter, plus one
-      // A fuzzer's finding: the core count (plus one) overflowed an int.
-      {"cpu  1 2 3 4\ncpu2147483647 1\n", true, 10, INT_MAX},
-      {"cpu  2147483647 2 3 4\n", true, 2147483656, INT_MAX},
-      {"intr 1 2\n" + agg, false, -1, -1},
-      {"", false, -1, -1},
-  };
-  for (const auto& [text, ok, total, cores] : stats) {
-    ProcInfoCpuState out{-1, -1};
-    EXPECT_EQ(detail::ParseCpuTotal(text, out), ok) << text;
-    EXPECT_EQ(tie(out.total, out.cores), make_tuple(total, cores)) << text;
-  }
 }
 
 // Scripted clock: each call returns the next time, the last one for good.
@@ -209,7 +143,17 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
     if (word == "VmRSS:") status >> rss_kb;
   }
   EXPECT_NEAR(item->VmRss, rss_kb * 1024.0, rss_kb * 1024.0 * 0.05);
+  // Counted from the directory's size where the kernel gives it (6.2 on), as listing counts.
   const int64_t fds = item->fd_count;
+  EXPECT_EQ(fds, detail::ListFdCount("/proc/" + pid + "/fd"));
+  const detail::FdSizeRule rule = detail::DetectFdSizeRule("/proc");
+  utsname name;
+  ASSERT_EQ(uname(&name), 0);
+  EXPECT_EQ(rule.size_is_count, detail::ReleaseAtLeast(name.release, 6, 2));
+  // Our own directory is listed, so it counts the descriptor that lists it, as always.
+  const std::string self = "/proc/" + std::to_string(getpid()) + "/fd";
+  EXPECT_EQ(detail::FdCount(self, rule, true), detail::ListFdCount(self));
+  EXPECT_EQ(detail::FdCount("/proc/999999999/fd", rule, false), 0);
   for (char c : {'o', 'o', 'w'}) ASSERT_TRUE(child.Ask(c));
   testing::g_fake_now += 1000;
   ASSERT_TRUE(monitor.DoMonitor());
