@@ -42,6 +42,7 @@ namespace {
 using namespace std::string_literals;
 using testing::Figures;
 using testing::FixtureTree;
+using testing::MakeMonitor;
 using testing::Rows;
 using testing::Shown;
 using L = std::vector<long long>;
@@ -241,108 +242,83 @@ TEST(Readers, OddAndHostileLines) {
   testing::ExpectGolden("readers.txt", out);
 }
 
-// A board without any of the files: every monitor passes over it, and only memory has an item
-// (of unknown figures). A CPU name with a slash never leads the frequency reader elsewhere.
-TEST(MonitorsTest, EmptyTreeAndANameThatWouldLeadElsewhere) {
-  FixtureTree empty;
-  const KernelPaths paths = empty.paths();
-  std::unique_ptr<BaseMonitor> monitors[] = {
-      std::make_unique<CpuMonitor>(paths),     std::make_unique<BpuMonitor>(paths),
-      std::make_unique<DiskMonitor>(paths),    std::make_unique<MemoryMonitor>(paths),
-      std::make_unique<NetworkMonitor>(paths), std::make_unique<TemperatureMonitor>(paths),
-      std::make_unique<QeltDdrMonitor>(paths), std::make_unique<ProcInfoMonitor>(paths)};
-  for (auto& monitor : monitors) {
-    monitor->DoMonitor();
-    monitor->DoMonitor();
-    EXPECT_EQ(monitor->Items().size(), monitor->Type() == Memory ? 1u : 0u) << monitor->Type();
-  }
-  FixtureTree tree;
-  testing::LoadBoard(tree, 0);
-  tree.Write("proc/stat", "cpu  1 2 3 4\ncpu0/../cpu0 1 2 3 4\n");
-  CpuMonitor cpu(tree.paths());
-  cpu.DoMonitor();
-  cpu.DoMonitor();
-  ASSERT_NE(Item<CpuResourceItem>(cpu, "cpu0/../cpu0"), nullptr);
-  EXPECT_EQ(Item<CpuResourceItem>(cpu, "cpu0/../cpu0")->cur_freq, -1);
-}
-
-TEST(CpuMonitorTest, OfflineCpuKeepsItsItemAndBackwardsCountersGoNegative) {
-  FixtureTree tree;
-  CpuMonitor monitor(tree.paths());
-  for (const char* stat :
-       {"cpu  100 0 100 800 0 0 0 0 0 0\ncpu0 50 0 50 400\ncpu1 50 0 50 400\n",
-        "cpu  200 0 200 1600 0 0 0 0 0 0\ncpu0 100 0 100 800\ncpu1 100 0 100 800\n",
-        // cpu1 went offline; user went back by 50 ticks.
-        "cpu  150 0 250 2100 0 0 0 0 0 0\ncpu0 50 0 150 1300\n"}) {
-    tree.Write("proc/stat", stat);
-    monitor.DoMonitor();
-  }
-  std::ostringstream os;
-  for (const auto& [name, item] : monitor.Items()) item->PrintToStream(os);
-  testing::ExpectGolden("cpu_offline_backwards.txt", os.str());
-  EXPECT_EQ(Item(monitor, "cpu0")->count, 2u);
-  EXPECT_EQ(Item(monitor, "cpu1")->count, 1u);
-}
-
-// Zones that give nothing must not hold up the rest; zones of one type share an item.
-TEST(TemperatureMonitorTest, HostileZonesAndSharedTypes) {
-  FixtureTree tree;
-  testing::LoadBoard(tree, 0);
-  const std::string dir = "sys/class/thermal/";
-  tree.Fifo(dir + "thermal_zone6/temp");  // a FIFO nobody writes
-  tree.Write(dir + "thermal_zone6/type", "fifo-thermal\n");
-  tree.Mkdir(dir + "thermal_zone7/temp");
-  tree.Write(dir + "thermal_zone7/type", "dir-thermal\n");
-  tree.Write(dir + "thermal_zone8", "not a zone\n");
-  tree.Write(dir + "thermal_zone9/type", "cpu-thermal\n");  // a second zone of one type
-  tree.Write(dir + "thermal_zone9/temp", "45000\n");
-  TemperatureMonitor monitor(tree.paths());
-  EXPECT_TRUE(monitor.DoMonitor());
-  EXPECT_TRUE(monitor.DoMonitor());
-  EXPECT_EQ(Names(monitor), (std::vector<std::string>{"board-thermal", "bpu-thermal", "cpu-thermal",
-                                                      "ddr-thermal"}));
-  EXPECT_EQ(Item(monitor, "cpu-thermal")->count, 3u);  // four samples under one name
-  EXPECT_EQ(Item(monitor, "bpu-thermal")->count, 1u);
-}
-
-TEST(BpuMonitorTest, CoresFollowTheScanAndTheFirstNamedDevice) {
-  const std::string bpu = "sys/devices/system/bpu/";
-  const struct {
-    const char* what;
-    std::vector<std::string> remove;  // from the board's two cores
-    std::vector<std::string> items;
-  } cases[] = {
-      {"no BPU", {"bpu0", "bpu1"}, {}},
-      {"a gap ends the scan", {"bpu0"}, {}},
-      {"a core without a device name is skipped", {"bpu0/devfreq/devfreq0/name"}, {"bpu1"}},
-      {"a core with an empty devfreq is skipped", {"bpu0/devfreq/devfreq0"}, {"bpu1"}},
-  };
-  for (const auto& c : cases) {
+// Boards the fixture board does not show, in odd_boards.txt: every item (name, samples taken,
+// report block) after each case's passes over the board at t0, and what each pass returned.
+TEST(MonitorsTest, OddBoards) {
+  using Change = std::function<void(const FixtureTree&)>;
+  std::string out;
+  const auto run = [&out](const char* what, auto make, const std::vector<Change>& passes) {
     FixtureTree tree;
     testing::LoadBoard(tree, 0);
-    for (const std::string& rel : c.remove) tree.Remove(bpu + rel);
-    BpuMonitor monitor(tree.paths());
-    monitor.DoMonitor();
-    monitor.DoMonitor();
-    EXPECT_EQ(Names(monitor), c.items) << c.what;
-  }
+    std::unique_ptr<BaseMonitor> monitor = make(tree.paths());
+    out += what + std::string(":\n  passes");
+    for (const Change& change : passes) {
+      change(tree);
+      out += monitor->DoMonitor() ? " true" : " false";
+    }
+    out += "\n" + testing::ItemsShown(*monitor);
+  };
+  const Change same = [](const FixtureTree&) {};
+  const auto stat = [](std::string text) {
+    return [text](const FixtureTree& t) { t.Write("proc/stat", text); };
+  };
+  const auto gone = [](std::vector<std::string> rels) {
+    return [rels](const FixtureTree& t) {
+      for (const std::string& rel : rels) t.Remove("sys/devices/system/bpu/" + rel);
+    };
+  };
+  run("cpu: a name with a slash never leads the frequency reader elsewhere",
+      MakeMonitor<CpuMonitor>, {stat("cpu  1 2 3 4\ncpu0/../cpu0 1 2 3 4\n"), same});
+  run("cpu: cpu1 goes offline and keeps its item; user goes back by 50 ticks",
+      MakeMonitor<CpuMonitor>,
+      {stat("cpu  100 0 100 800 0 0 0 0 0 0\ncpu0 50 0 50 400\ncpu1 50 0 50 400\n"),
+       stat("cpu  200 0 200 1600 0 0 0 0 0 0\ncpu0 100 0 100 800\ncpu1 100 0 100 800\n"),
+       stat("cpu  150 0 250 2100 0 0 0 0 0 0\ncpu0 50 0 150 1300\n")});
+  // Zones that give nothing must not hold up the rest; zones of one type share an item.
+  const std::string zone = "sys/class/thermal/thermal_zone";
+  run("temperature: a FIFO nobody writes, a directory, a file, a second cpu-thermal",
+      MakeMonitor<TemperatureMonitor>,
+      {[&](const FixtureTree& t) {
+         t.Fifo(zone + "6/temp");
+         t.Write(zone + "6/type", "fifo-thermal\n");
+         t.Mkdir(zone + "7/temp");
+         t.Write(zone + "7/type", "dir-thermal\n");
+         t.Write(zone + "8", "not a zone\n");
+         t.Write(zone + "9/type", "cpu-thermal\n");
+         t.Write(zone + "9/temp", "45000\n");
+       },
+       same});
+  run("bpu: none", MakeMonitor<BpuMonitor>, {gone({"bpu0", "bpu1"}), same});
+  run("bpu: a gap ends the scan", MakeMonitor<BpuMonitor>, {gone({"bpu0"}), same});
+  run("bpu: a core without a device name is skipped", MakeMonitor<BpuMonitor>,
+      {gone({"bpu0/devfreq/devfreq0/name"}), same});
+  run("bpu: a core with an empty devfreq is skipped", MakeMonitor<BpuMonitor>,
+      {gone({"bpu0/devfreq/devfreq0"}), same});
   // Unreadable names (none, empty, a directory) pass over a device; missing figures read 0.
-  FixtureTree tree;
-  testing::LoadBoard(tree, 0);
-  const std::string devfreq = bpu + "bpu0/devfreq/";
-  tree.Mkdir(devfreq + "a");
-  tree.Write(devfreq + "b/name", "");
-  tree.Mkdir(devfreq + "c/name");
-  tree.Remove(devfreq + "devfreq0");
-  tree.Write(devfreq + "d/name", "bpu-core0 extra\n");
-  tree.Write(devfreq + "d/max_freq", "junk\n");
-  BpuMonitor monitor(tree.paths());
-  monitor.DoMonitor();
-  monitor.DoMonitor();
-  const auto* core = Item<BpuResourceItem>(monitor, "bpu0");
-  ASSERT_NE(core, nullptr);
-  EXPECT_EQ(core->devfreq_name, "bpu-core0");
-  EXPECT_EQ(L({core->min_freq, core->max_freq, core->cur_freq, core->ratio}), L({0, -1, 0, 45}));
+  const std::string devfreq = "sys/devices/system/bpu/bpu0/devfreq/";
+  run("bpu: the first device with a name counts", MakeMonitor<BpuMonitor>,
+      {[&](const FixtureTree& t) {
+         t.Mkdir(devfreq + "a");
+         t.Write(devfreq + "b/name", "");
+         t.Mkdir(devfreq + "c/name");
+         t.Remove(devfreq + "devfreq0");
+         t.Write(devfreq + "d/name", "bpu-core0 extra\n");
+         t.Write(devfreq + "d/max_freq", "junk\n");
+       },
+       same});
+  // Over a tree without any of the files, every monitor passes; only memory has an item.
+  FixtureTree empty;
+  for (auto* make :
+       {MakeMonitor<CpuMonitor>, MakeMonitor<BpuMonitor>, MakeMonitor<DiskMonitor>,
+        MakeMonitor<MemoryMonitor>, MakeMonitor<NetworkMonitor>, MakeMonitor<TemperatureMonitor>,
+        MakeMonitor<QeltDdrMonitor>, MakeMonitor<ProcInfoMonitor>}) {
+    std::unique_ptr<BaseMonitor> monitor = make(empty.paths());
+    monitor->DoMonitor();
+    monitor->DoMonitor();
+    out += "empty tree, kind " + std::to_string(monitor->Type()) + ":\n" +
+           testing::ItemsShown(*monitor);
+  }
+  testing::ExpectGolden("odd_boards.txt", out);
 }
 
 TEST(DiskMonitorTest, MountsMatchTheirDeviceLineOnly) {

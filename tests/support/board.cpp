@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 namespace zefo::testing {
 
@@ -99,6 +100,15 @@ format::Snapshot BoardPass(const FixtureTree& tree) {
   snapshot.Add(QeltDdr, ddr.Items());
   snapshot.Add(ProcInfo, process.Items());
   return snapshot;
+}
+
+std::string ItemsShown(const BaseMonitor& monitor) {
+  std::ostringstream out;
+  for (const auto& [name, item] : monitor.Items()) {
+    out << "  " << name << " (" << item->count << " samples):\n";
+    item->PrintToStream(out);
+  }
+  return out.str();
 }
 
 format::FormatOptions FixedOptions() {
