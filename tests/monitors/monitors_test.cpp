@@ -423,44 +423,6 @@ TEST(DdrMonitorTest, DevicesAndTheNewestRecordOfEachRead) {
   EXPECT_EQ(QeltDdrMonitor(tree.paths()).Infos().size(), 1u);
 }
 
-double Seconds(clockid_t clock) {
-  timespec ts{};
-  clock_gettime(clock, &ts);
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
-}
-
-// This machine's /proc/stat while a thread spins, until it has had half a second of CPU.
-TEST(LiveMachine, CpuSharesCoverABusyThread) {
-  CpuMonitor monitor;
-  std::atomic<bool> spin{true};
-  std::thread busy([&spin] {
-    while (spin.load(std::memory_order_relaxed)) {
-    }
-  });
-  clockid_t busy_clock;
-  ASSERT_EQ(pthread_getcpuclockid(busy.native_handle(), &busy_clock), 0);
-  const double cpu0 = Seconds(busy_clock), wall0 = Seconds(CLOCK_MONOTONIC);
-  monitor.DoMonitor();
-  for (int i = 0; i < 600 && Seconds(busy_clock) - cpu0 < 0.5; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  monitor.DoMonitor();
-  const double spun = Seconds(busy_clock) - cpu0, wall = Seconds(CLOCK_MONOTONIC) - wall0;
-  spin = false;
-  busy.join();
-  for (const auto& [name, base] : monitor.Items()) {
-    const auto& item = dynamic_cast<const CpuResourceItem&>(*base);
-    EXPECT_NEAR(item.user + item.nice + item.system + item.idle + item.iowait + item.irq +
-                    item.softirq + item.steal,
-                100.0, 1e-6)
-        << name;
-  }
-  const auto& total = *Item<CpuResourceItem>(monitor, "total");
-  const double cpus = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
-  ASSERT_GE(spun, 0.5) << "the thread hardly ran in 30 s";
-  EXPECT_GE((total.user + total.nice + total.system) / 100.0 * wall * cpus, 0.8 * spun);
-}
-
 // 20 MiB over a TCP connection on 127.0.0.1, one (fake) second between the samples.
 TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
   // What the kernel has counted on the interface, read around both samples.
@@ -516,35 +478,6 @@ TEST(LiveMachine, LoopbackTrafficShowsInLoRates) {
   if (before >= 0) {
     EXPECT_LE(lo->tx_bandwidth + lo->rx_bandwidth, after - before);
   }
-}
-
-// 16 MiB written and synced in the temporary directory, where that is on a disk in diskstats.
-TEST(LiveMachine, ASyncedWriteShowsInItsMountsBandwidth) {
-  DiskMonitor monitor;
-  monitor.SetClock(&testing::FakeNow);
-  monitor.DoMonitor();
-  const std::string dir = std::filesystem::temp_directory_path().string();
-  struct stat dir_st;
-  ASSERT_EQ(stat(dir.c_str(), &dir_st), 0);
-  const std::string path = dir + "/zefo-disk-test-" + std::to_string(getpid());
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  ASSERT_GE(fd, 0);
-  const std::string chunk(1 << 20, 'z');
-  for (int i = 0; i < 16; ++i) ASSERT_EQ(write(fd, chunk.data(), chunk.size()), ssize_t{1 << 20});
-  ASSERT_EQ(fsync(fd), 0);
-  close(fd);
-  unlink(path.c_str());
-  testing::g_fake_now += 1000;
-  monitor.DoMonitor();
-  for (const auto& [name, item] : monitor.Items()) {
-    struct stat st;
-    if (stat(name.c_str(), &st) == 0 && st.st_dev == dir_st.st_dev) {
-      // The figure is the bytes the device took in that second, ours and others'.
-      EXPECT_GE(dynamic_cast<DiskResourceItem*>(item)->written_bandwidth, 16.0 * (1 << 20));
-      return;
-    }
-  }
-  GTEST_SKIP() << dir << " is not on a disk listed in /proc/diskstats";
 }
 
 }  // namespace

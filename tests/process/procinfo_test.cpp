@@ -1,8 +1,9 @@
 // The process monitor: what the fixture board cannot show (a fixed set of processes, processes
 // that exit or lack files, planted devices), and children of this test measured against what
-// the kernel reports of them.
+// the kernel reports of them, with the machine's CPU shares and disk bandwidth beside.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -154,10 +155,22 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
   const std::string self = "/proc/" + std::to_string(getpid()) + "/fd";
   EXPECT_EQ(detail::FdCount(self, rule, true), detail::ListFdCount(self));
   EXPECT_EQ(detail::FdCount("/proc/999999999/fd", rule, false), 0);
+  // The disk of the scratch directory takes the child's synced MiB too, ours and others' bytes.
+  DiskMonitor disks;
+  disks.SetClock(&testing::FakeNow);
+  disks.DoMonitor();
   for (char c : {'o', 'o', 'w'}) ASSERT_TRUE(child.Ask(c));
   testing::g_fake_now += 1000;
   ASSERT_TRUE(monitor.DoMonitor());
+  disks.DoMonitor();
   EXPECT_EQ(item->fd_count, fds + 3);
+  struct stat scratch_st, st;
+  ASSERT_EQ(stat(scratch.root().c_str(), &scratch_st), 0);
+  for (const auto& [mount_point, disk] : disks.Items()) {
+    if (stat(mount_point.c_str(), &st) == 0 && st.st_dev == scratch_st.st_dev) {
+      EXPECT_GE(static_cast<DiskResourceItem*>(disk)->written_bandwidth, 1 << 20) << mount_point;
+    }
+  }
   if (item->io_write_bandwidth == 0) GTEST_SKIP() << "this file system does not count writes";
   EXPECT_GE(item->io_write_bandwidth, 1 << 20);
   EXPECT_LE(item->io_write_bandwidth, (1 << 20) + 65536);  // a little metadata may be charged
@@ -171,6 +184,8 @@ long long RunNs(pid_t pid) {
   return ns;
 }
 
+// A child spinning until it has had half a second of CPU, however loaded the machine is: the
+// process monitor gives it what the scheduler gave it, and the machine's shares cover it.
 TEST(ProcInfoLive, BusyChildReadsWhatTheSchedulerGaveIt) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -182,28 +197,38 @@ TEST(ProcInfoLive, BusyChildReadsWhatTheSchedulerGaveIt) {
   ProcInfoMonitor monitor(std::set<std::string>{std::to_string(pid)});
   ProcInfoCpuState cpu;
   const bool multi = monitor.GetCpu(cpu) && cpu.cores >= 2;
+  CpuMonitor machine;
+  machine.DoMonitor();
   ASSERT_TRUE(monitor.DoMonitor());
   const long long ns0 = RunNs(pid);
   const auto t0 = std::chrono::steady_clock::now();
-  // Until the child has had half a second of CPU, however loaded the machine is.
   for (int i = 0; i < 600 && RunNs(pid) - ns0 < 500'000'000; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  const bool ran = RunNs(pid) - ns0 >= 500'000'000;
+  const double ran_ns = static_cast<double>(RunNs(pid) - ns0);
   ASSERT_TRUE(monitor.DoMonitor());
-  const double seen =
-      100.0 * static_cast<double>(RunNs(pid) - ns0) /
+  machine.DoMonitor();
+  const double wall_ns =
       std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
+  ASSERT_GE(ran_ns, 5e8) << "the child hardly ran in 30 s";
+  for (const auto& [name, base] : machine.Items()) {
+    const auto& c = dynamic_cast<const CpuResourceItem&>(*base);
+    EXPECT_NEAR(c.user + c.nice + c.system + c.idle + c.iowait + c.irq + c.softirq + c.steal, 100.0,
+                1e-6)
+        << name;
+  }
+  const auto& total = dynamic_cast<const CpuResourceItem&>(*machine.Items().at("total"));
+  const double cpus = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  EXPECT_GE((total.user + total.nice + total.system) / 100.0 * wall_ns * cpus, 0.8 * ran_ns);
   if (!multi) GTEST_SKIP() << "fewer than two per-core lines: the share is scaled by 0";
 #ifdef ZEFO_UNDER_EMULATOR
   GTEST_SKIP() << "under qemu-user the child is the emulator, whose figures count its threads";
 #endif
-  ASSERT_TRUE(ran) << "the child hardly ran in 30 s";
   const ProcInfoResourceItem* item = Item(monitor, std::to_string(pid));
   ASSERT_NE(item, nullptr);
-  EXPECT_NEAR(item->user + item->system, seen, 15.0);
+  EXPECT_NEAR(item->user + item->system, 100.0 * ran_ns / wall_ns, 15.0);
 }
 
 }  // namespace
