@@ -201,11 +201,7 @@ std::vector<Source> Sources() {
         {bpu + "/devfreq/devfreq0/cur_freq", "", -1, core, core},
         {bpu + "/devfreq", "", 0, {}, core}}},
       {"process",
-       [](const KernelPaths& paths) -> std::unique_ptr<BaseMonitor> {
-         auto monitor = std::make_unique<ProcInfoMonitor>(paths);
-         monitor->SetPageSize(4096);
-         return monitor;
-       },
+       MakeMonitor<ProcInfoMonitor>,
        Board({"proc/stat", "proc/uptime", "proc/100", "proc/200", "proc/300", "reg"}),
        {{"proc/300/stat", "300 (victim) S", -1, p, p},
         {"proc/300/statm", "", -1, p, p},

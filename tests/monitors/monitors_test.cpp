@@ -251,9 +251,11 @@ TEST(MonitorsTest, OddBoards) {
     FixtureTree tree;
     testing::LoadBoard(tree, 0);
     std::unique_ptr<BaseMonitor> monitor = make(tree.paths());
+    monitor->SetClock(&testing::FakeNow);
     out += what + std::string(":\n  passes");
     for (const Change& change : passes) {
       change(tree);
+      testing::g_fake_now += 1000;
       out += monitor->DoMonitor() ? " true" : " false";
     }
     out += "\n" + testing::ItemsShown(*monitor);
@@ -306,6 +308,19 @@ TEST(MonitorsTest, OddBoards) {
          t.Write(devfreq + "d/max_freq", "junk\n");
        },
        same});
+  // A device planted as a process's stat file is refused (only a real procfs spares the type
+  // check); a process that exits keeps its item as it was; without a proc root a pass fails.
+  run("process: no statm, no status and io, an empty stat, a device as stat; then 100 exits, "
+      "then the proc root goes",
+      MakeMonitor<ProcInfoMonitor>,
+      {[](const FixtureTree& t) {
+         for (const char* rel : {"proc/200/statm", "proc/300/status", "proc/300/io"}) t.Remove(rel);
+         t.Write("proc/9/stat", "");
+         t.Write("proc/8/cmdline", "x");
+         t.Symlink("/dev/urandom", "proc/8/stat");
+       },
+       same, [](const FixtureTree& t) { t.Remove("proc/100"); },
+       [](const FixtureTree& t) { t.Remove("proc"); }});
   // Over a tree without any of the files, every monitor passes; only memory has an item.
   FixtureTree empty;
   for (auto* make :

@@ -108,7 +108,9 @@ std::string ItemsShown(const BaseMonitor& monitor) {
     out << "  " << name << " (" << item->count << " samples):\n";
     item->PrintToStream(out);
   }
-  return out.str();
+  std::string text = out.str();  // a command line ends in a NUL byte: shown, so git diffs text
+  for (std::size_t at; (at = text.find('\0')) != std::string::npos;) text.replace(at, 1, "\\x00");
+  return text;
 }
 
 format::FormatOptions FixedOptions() {
