@@ -1,25 +1,19 @@
-// The system monitors: each reader's hostile and odd lines as one table, what the fixture board
-// cannot show (hotplug, zones and devices that come and go, mounts matched with their device),
-// and live checks against what this machine's kernel reports.
+// The system monitors: each reader's hostile and odd lines as one table (the process readers'
+// too), what the fixture board cannot show (hotplug, zones and devices that come and go, mounts
+// matched with their device), and loopback traffic against what this machine's kernel counts.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <climits>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -45,7 +39,6 @@ using testing::FixtureTree;
 using testing::MakeMonitor;
 using testing::Rows;
 using testing::Shown;
-using L = std::vector<long long>;
 
 template <typename T = ResourceItem>
 const T* Item(const BaseMonitor& monitor, const std::string& name) {
