@@ -16,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include "core/file_reader.h"
-#include "core/scan_cursor.h"
 #include "support/fixture_tree.h"
 #include "zefo/cpu_monitor.h"
 #include "zefo/zefo_resource_monitor.h"

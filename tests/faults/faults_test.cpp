@@ -4,7 +4,6 @@
 // damaged monitor is held to three things: every pass comes back quickly; after pass 4 every
 // item the damage cannot have touched reads exactly as in the pristine run; after pass 5 every
 // item is updated again. Then counters that wrap.
-#include <unistd.h>
 
 #include <chrono>
 #include <functional>

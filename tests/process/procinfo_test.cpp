@@ -9,24 +9,18 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <fstream>
 #include <thread>
-#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "core/file_reader.h"
 #include "process/fd_count.h"
-#include "process/procinfo_parse.h"
 #include "support/board.h"
 
 namespace zefo {
 namespace {
 
-using namespace std::string_literals;
-using std::make_tuple;
-using std::tie;
 using testing::FixtureTree;
 
 const ProcInfoResourceItem* Item(const ProcInfoMonitor& m, const std::string& pid) {
