@@ -3,6 +3,7 @@
 // the kernel reports of them, with the machine's CPU shares and disk bandwidth beside.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -53,45 +54,41 @@ TEST(ProcInfoMonitorTest, FixedSetSampledInStringOrderOnly) {
   EXPECT_EQ(Item(monitor, "300")->io_read_bandwidth, 200.0);
 }
 
-// A child answering one-byte commands on a pipe, each acknowledged with the same byte: 'o' opens
-// one more file (kept open), 'w' also writes and fsyncs 1 MiB to it.
+// A child answering one-byte commands on a socket, each acknowledged with the same byte: 'o'
+// opens one more file (kept open), 'w' also writes and fsyncs 1 MiB to it.
 class Child {
  public:
   explicit Child(const std::string& dir) {
-    int to[2], from[2];
-    if (pipe(to) != 0 || pipe(from) != 0) return;
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
     pid = fork();
     if (pid == 0) {
-      close(to[1]);
-      close(from[0]);
+      close(ends[0]);
       static char block[1 << 20];
       char c;
-      for (int n = 0; read(to[0], &c, 1) == 1; ++n) {
+      for (int n = 0; read(ends[1], &c, 1) == 1; ++n) {
         const int fd = open((dir + "/f" + std::to_string(n)).c_str(), O_CREAT | O_WRONLY, 0600);
         if (c == 'w' && (write(fd, block, sizeof block) != sizeof block || fsync(fd) != 0))
           _exit(1);
-        if (write(from[1], &c, 1) != 1) _exit(1);
+        if (write(ends[1], &c, 1) != 1) _exit(1);
       }
       _exit(0);
     }
-    close(to[0]);
-    close(from[1]);
-    cmd_ = to[1];
-    ack_ = from[0];
+    close(ends[1]);
+    socket_ = ends[0];
   }
   ~Child() {
-    close(cmd_);  // the child reads end of file and exits
+    close(socket_);  // the child reads end of file and exits
     if (pid > 0) waitpid(pid, nullptr, 0);
-    close(ack_);
   }
   bool Ask(char c) {
     char r = 0;
-    return write(cmd_, &c, 1) == 1 && read(ack_, &r, 1) == 1 && r == c;
+    return write(socket_, &c, 1) == 1 && read(socket_, &r, 1) == 1 && r == c;
   }
   pid_t pid = -1;
 
  private:
-  int cmd_ = -1, ack_ = -1;
+  int socket_ = -1;
 };
 
 TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
