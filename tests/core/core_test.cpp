@@ -33,10 +33,33 @@ using Clock = std::chrono::steady_clock;
 static_assert(std::is_same_v<decltype(CpuState::user), long long>);
 static_assert(sizeof(long long) == 8 && sizeof(ResourceItem::count) == 8);
 
-class Probe : public BaseMonitor {
+struct LabelItem : ResourceItem {
+  explicit LabelItem(std::string text) : text(std::move(text)) {}
+  void PrintToStream(std::ostream& os) override { os << text << std::endl; }
+  std::string text;
+};
+
+// Publishes one item per name on its first pass.
+class StandIn : public BaseMonitor {
  public:
-  Probe() : BaseMonitor(Cpu) {}
-  bool DoMonitor() override { return true; }
+  StandIn(ResourceMonitorType type, std::vector<std::string> names, int* deleted = nullptr)
+      : BaseMonitor(type), names_(std::move(names)), deleted_(deleted) {}
+  ~StandIn() override {
+    if (deleted_ != nullptr) ++*deleted_;
+  }
+  bool DoMonitor() override {
+    if (!published_.exchange(true)) {
+      for (const auto& name : names_) {
+        MutableItems()->Insert(name, new LabelItem(std::to_string(Type()) + ":" + name));
+      }
+    }
+    return false;  // the aggregator ignores the result
+  }
+
+ private:
+  std::atomic<bool> published_{false};
+  std::vector<std::string> names_;
+  int* deleted_;
 };
 
 TEST(Readers, LinesWordsValuesAndHostileFiles) {
@@ -44,7 +67,7 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   detail::SplitLines("a\n\nb"s + std::string("x\0y\n", 4), lines);
   EXPECT_EQ(lines, (std::list<std::string>{"a", "", "bx\0y"s}));
   testing::FixtureTree tree;
-  Probe monitor;
+  StandIn monitor(Cpu, {});
   long long value = 7;
   EXPECT_FALSE(monitor.ReadValue(tree.Path("missing"), value));
   EXPECT_EQ(value, -1);
@@ -133,35 +156,6 @@ TEST(ResourceInfoTest, FirstSampleStoresLaterOnesUpdateAcrossGaps) {
   }
   EXPECT_EQ(CounterItem::destroyed, 3);  // the rest once each, with their container
 }
-
-struct LabelItem : ResourceItem {
-  explicit LabelItem(std::string text) : text(std::move(text)) {}
-  void PrintToStream(std::ostream& os) override { os << text << std::endl; }
-  std::string text;
-};
-
-// Publishes one item per name on its first pass and counts passes.
-class StandIn : public BaseMonitor {
- public:
-  StandIn(ResourceMonitorType type, std::vector<std::string> names, int* deleted = nullptr)
-      : BaseMonitor(type), names_(std::move(names)), deleted_(deleted) {}
-  ~StandIn() override {
-    if (deleted_ != nullptr) ++*deleted_;
-  }
-  bool DoMonitor() override {
-    if (passes.fetch_add(1) == 0) {
-      for (const auto& name : names_) {
-        MutableItems()->Insert(name, new LabelItem(std::to_string(Type()) + ":" + name));
-      }
-    }
-    return false;  // the aggregator ignores the result
-  }
-  std::atomic<int> passes{0};
-
- private:
-  std::vector<std::string> names_;
-  int* deleted_;
-};
 
 template <typename Monitor>
 uint64_t WaitForPass(Monitor& monitor) {
@@ -306,7 +300,7 @@ TEST(ThreadingTest, HostsSeeWholePassesGetTheirTurnAndDestroyingWaitsForNoPeriod
   delete monitor;
 
   // The thread waits out a 2 s period after its first pass; destruction cuts that short.
-  auto* idle = new ZefoResourceMonitor({new Probe()}, 2000);
+  auto* idle = new ZefoResourceMonitor({new StandIn(Cpu, {})}, 2000);
   WaitForPass(*idle);
   const auto start = Clock::now();
   delete idle;
