@@ -97,7 +97,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
   }
 }
 
-// The aggregator forgets only when asked to; the specified constructors keep every name.
+// The aggregator forgets only when asked to; its constructors alone keep every name.
 TEST(RetentionTest, TheAggregatorForgetsOnlyWhenAsked) {
   for (int64_t forget_after : {0, 30}) {
     SCOPED_TRACE(forget_after);
