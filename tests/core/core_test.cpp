@@ -103,6 +103,9 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   EXPECT_EQ(detail::ReadWholeFile(tree.Path("big"), text), detail::ReadStatus::kTruncated);
   EXPECT_LE(text.size(), detail::kMaxFileBytes);
   EXPECT_EQ(text.back(), '\n');  // cut at a whole line within the cap
+  // What went wrong is told apart: tools report a missing source unlike a broken one.
+  EXPECT_EQ(detail::ReadWholeFile(tree.Path("missing"), text), detail::ReadStatus::kMissing);
+  EXPECT_EQ(detail::ReadWholeFile(tree.Path("fifo"), text), detail::ReadStatus::kNotRegular);
 
   tree.Mkdir("d/a");
   tree.Mkdir("d/.hidden");
