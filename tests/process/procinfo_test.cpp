@@ -22,6 +22,7 @@
 namespace zefo {
 namespace {
 
+using namespace std::string_literals;
 using testing::FixtureTree;
 
 const ProcInfoResourceItem* Item(const ProcInfoMonitor& m, const std::string& pid) {
@@ -119,6 +120,14 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
   const std::string self = "/proc/" + std::to_string(getpid()) + "/fd";
   EXPECT_EQ(detail::FdCount(self, rule, true), detail::ListFdCount(self));
   EXPECT_EQ(detail::FdCount("/proc/999999999/fd", rule, false), 0);
+  // Root may size any process's directory only with CAP_DAC_OVERRIDE or CAP_DAC_READ_SEARCH.
+  for (const char* cap_eff : {"0000000000000000", "0000000000000002", "0000000000000004"}) {
+    scratch.Write("self/status", "Name:\tx\nCapEff:\t"s + cap_eff + "\n");
+    scratch.Mkdir("self/fd");
+    EXPECT_EQ(detail::DetectFdSizeRule(scratch.root()).lists_any,
+              rule.size_is_count && geteuid() == 0 && cap_eff[15] != '0')
+        << cap_eff;
+  }
   EXPECT_TRUE(detail::IsProcfsMount("/proc"));
   EXPECT_FALSE(detail::IsProcfsMount(scratch.root()));
   // The disk of the scratch directory takes the child's synced MiB too, ours and others' bytes.
