@@ -26,10 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int kPeriodMs = 2;
-constexpr int kForks = 3000;
-constexpr int kMinPasses = 30;
-constexpr int kMinHostCalls = 200;
+constexpr int kPeriodMs = 2, kForks = 3000, kMinPasses = 30, kMinHostCalls = 200;
 constexpr auto kDeadline = std::chrono::minutes(4);
 
 // Starts short-lived children (/bin/true, as the shells and scripts of a board start them) and
@@ -42,13 +39,9 @@ void Churn(int count, std::atomic<int>& done) {
   char* const envp[] = {nullptr};
   const auto start = Clock::now();
   while (done < count && Clock::now() - start < kDeadline) {
-    std::vector<pid_t> batch;
-    for (int i = 0; i < 10; ++i) {
-      pid_t pid = -1;
-      if (posix_spawn(&pid, true_path, nullptr, nullptr, argv, envp) == 0) batch.push_back(pid);
-    }
-    for (pid_t pid : batch) waitpid(pid, nullptr, 0);
-    done += static_cast<int>(batch.size());
+    std::vector<pid_t> batch(10, -1);
+    for (pid_t& pid : batch) posix_spawn(&pid, true_path, nullptr, nullptr, argv, envp);
+    for (pid_t pid : batch) done += pid > 0 && waitpid(pid, nullptr, 0) == pid;
     std::this_thread::sleep_until(start + milliseconds(done.load()));
   }
 }
@@ -58,7 +51,7 @@ void Churn(int count, std::atomic<int>& done) {
 double Touch(const std::map<std::string, ResourceItem*>& items) {
   double sum = 0;
   for (const auto& [name, item] : items) {
-    sum += static_cast<double>(item->count) + static_cast<double>(name.size());
+    sum += static_cast<double>(item->count + name.size());
     if (auto* cpu = dynamic_cast<CpuResourceItem*>(item)) sum += cpu->user + cpu->idle;
     if (auto* proc = dynamic_cast<ProcInfoResourceItem*>(item)) {
       sum += proc->user + proc->system + static_cast<double>(proc->VmRss + proc->fd_count) +
@@ -77,48 +70,43 @@ TEST(FacadeChurn, HostsAndChurnThenDestroyedMidPass) {
 
   auto* monitor = new ZefoResourceMonitorApi(kPeriodMs);
   const auto deadline = Clock::now() + kDeadline;
-  std::atomic<int> forked{0};
-  std::atomic<bool> churning{true};
-  std::atomic<int> calls[3] = {};
-  std::atomic<int> bad_reports{0};
+  std::atomic<int> forked{0}, calls[3] = {}, bad_reports{0};
+  std::atomic<bool> churning{true}, zombie_seen{false};
   std::atomic<uint64_t> passes{0};
-  std::atomic<bool> zombie_seen{false};
-
   std::thread forker([&] {
     Churn(kForks, forked);
     churning = false;
   });
-  std::vector<std::thread> hosts;
-  for (int kind = 0; kind < 3; ++kind) {
-    hosts.emplace_back([&, kind] {
-      volatile double sink = 0;
-      while ((churning || calls[kind] < kMinHostCalls || passes < kMinPasses) &&
-             Clock::now() < deadline) {
-        if (kind == 0) {
-          unsigned long update_time = 0;
-          monitor->GetResourceInfo(update_time, [&](ResourceMonitorType type, const auto& items) {
-            sink = sink + Touch(items);
-            if (type == Cpu && items.count("total") != 0) passes = items.at("total")->count;
-            if (type != ProcInfo || items.count(zombie_name) == 0) return;
-            auto* item = dynamic_cast<ProcInfoResourceItem*>(items.at(zombie_name));
-            if (item != nullptr && item->state == "Z") zombie_seen = true;
-          });
-        } else if (kind == 1) {
-          // The pointer only: its fields may be rewritten by the next pass at any moment.
-          sink = sink + (monitor->GetResourceItem(Cpu, "total") != nullptr);
-          sink = sink + (monitor->GetResourceItem(ProcInfo, zombie_name) != nullptr);
-          sink = sink + (monitor->GetResourceItem(Memory, "no such item") != nullptr);
-        } else {
-          std::ostringstream report;
-          monitor->PrintToStream(report);
-          if (report.str().rfind("update time: ", 0) != 0) ++bad_reports;
-        }
-        ++calls[kind];
+  // Three hosts: one reads every item in callbacks, one looks items up (the pointer only: its
+  // fields may be rewritten by the next pass at any moment), one prints reports.
+  const auto host = [&](int kind) {
+    volatile double sink = 0;
+    while ((churning || calls[kind] < kMinHostCalls || passes < kMinPasses) &&
+           Clock::now() < deadline) {
+      unsigned long update_time = 0;
+      std::ostringstream report;
+      if (kind == 0) {
+        monitor->GetResourceInfo(update_time, [&](ResourceMonitorType type, const auto& items) {
+          sink = sink + Touch(items);
+          if (type == Cpu && items.count("total") != 0) passes = items.at("total")->count;
+          const auto it = items.find(zombie_name);
+          if (type != ProcInfo || it == items.end()) return;
+          zombie_seen = zombie_seen || static_cast<ProcInfoResourceItem*>(it->second)->state == "Z";
+        });
+      } else if (kind == 1) {
+        sink = sink + (monitor->GetResourceItem(Cpu, "total") != nullptr) +
+               (monitor->GetResourceItem(ProcInfo, zombie_name) != nullptr) +
+               (monitor->GetResourceItem(Memory, "no such item") != nullptr);
+      } else {
+        monitor->PrintToStream(report);
+        bad_reports += report.str().rfind("update time: ", 0) != 0;
       }
-    });
-  }
+      ++calls[kind];
+    }
+  };
+  std::thread hosts[] = {std::thread(host, 0), std::thread(host, 1), std::thread(host, 2)};
   forker.join();
-  for (std::thread& host : hosts) host.join();
+  for (std::thread& thread : hosts) thread.join();
 
   EXPECT_EQ(forked.load(), kForks) << "the deadline cut the churn short";
   EXPECT_GE(passes.load(), static_cast<uint64_t>(kMinPasses));
@@ -139,7 +127,6 @@ TEST(FacadeChurn, HostsAndChurnThenDestroyedMidPass) {
   EXPECT_LT(took, std::chrono::seconds(30));
   std::cout << "passes " << passes << ", host calls " << calls[0] << "/" << calls[1] << "/"
             << calls[2] << ", destroyed mid-pass in " << took.count() << " ms" << std::endl;
-
   ASSERT_EQ(waitpid(zombie, nullptr, 0), zombie);
 }
 

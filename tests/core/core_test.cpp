@@ -16,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include "core/file_reader.h"
-#include "core/scan_cursor.h"
 #include "support/fixture_tree.h"
 #include "zefo/cpu_monitor.h"
 #include "zefo/zefo_resource_monitor.h"
@@ -34,10 +33,33 @@ using Clock = std::chrono::steady_clock;
 static_assert(std::is_same_v<decltype(CpuState::user), long long>);
 static_assert(sizeof(long long) == 8 && sizeof(ResourceItem::count) == 8);
 
-class Probe : public BaseMonitor {
+struct LabelItem : ResourceItem {
+  explicit LabelItem(std::string text) : text(std::move(text)) {}
+  void PrintToStream(std::ostream& os) override { os << text << std::endl; }
+  std::string text;
+};
+
+// Publishes one item per name on its first pass.
+class StandIn : public BaseMonitor {
  public:
-  Probe() : BaseMonitor(Cpu) {}
-  bool DoMonitor() override { return true; }
+  StandIn(ResourceMonitorType type, std::vector<std::string> names, int* deleted = nullptr)
+      : BaseMonitor(type), names_(std::move(names)), deleted_(deleted) {}
+  ~StandIn() override {
+    if (deleted_ != nullptr) ++*deleted_;
+  }
+  bool DoMonitor() override {
+    if (!published_.exchange(true)) {
+      for (const auto& name : names_) {
+        MutableItems()->Insert(name, new LabelItem(std::to_string(Type()) + ":" + name));
+      }
+    }
+    return false;  // the aggregator ignores the result
+  }
+
+ private:
+  std::atomic<bool> published_{false};
+  std::vector<std::string> names_;
+  int* deleted_;
 };
 
 TEST(Readers, LinesWordsValuesAndHostileFiles) {
@@ -45,7 +67,7 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   detail::SplitLines("a\n\nb"s + std::string("x\0y\n", 4), lines);
   EXPECT_EQ(lines, (std::list<std::string>{"a", "", "bx\0y"s}));
   testing::FixtureTree tree;
-  Probe monitor;
+  StandIn monitor(Cpu, {});
   long long value = 7;
   EXPECT_FALSE(monitor.ReadValue(tree.Path("missing"), value));
   EXPECT_EQ(value, -1);
@@ -81,6 +103,9 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   EXPECT_EQ(detail::ReadWholeFile(tree.Path("big"), text), detail::ReadStatus::kTruncated);
   EXPECT_LE(text.size(), detail::kMaxFileBytes);
   EXPECT_EQ(text.back(), '\n');  // cut at a whole line within the cap
+  // What went wrong is told apart: tools report a missing source unlike a broken one.
+  EXPECT_EQ(detail::ReadWholeFile(tree.Path("missing"), text), detail::ReadStatus::kMissing);
+  EXPECT_EQ(detail::ReadWholeFile(tree.Path("fifo"), text), detail::ReadStatus::kNotRegular);
 
   tree.Mkdir("d/a");
   tree.Mkdir("d/.hidden");
@@ -93,26 +118,6 @@ TEST(Readers, LinesWordsValuesAndHostileFiles) {
   EXPECT_EQ(monitor.LinuxProcessAdjustTime(~0ULL), UINT64_MAX);
   EXPECT_EQ(KernelPaths::UnderRoot("/tmp/t").Root("/boot"), "/tmp/t/rootfs/boot");
   EXPECT_EQ(KernelPaths().Root("/"), "/");
-}
-
-TEST(Readers, NumbersClampAsStrtoll) {
-  const std::tuple<std::string, bool, long long> cases[] = {
-      {"  42 rest", true, 42},
-      {"+17", true, 17},
-      {"9223372036854775808", true, LLONG_MAX},
-      {"-99999999999999999999999", true, LLONG_MIN},
-      {"", false, -1},
-      {"-", false, -1},
-      {"\0"
-       "1"s,
-       false, -1},
-  };
-  for (const auto& [text, ok, expected] : cases) {
-    long long value = -1;
-    detail::ScanCursor cursor(text);
-    EXPECT_EQ(cursor.Number(value), ok) << text;
-    EXPECT_EQ(value, expected) << text;
-  }
 }
 
 struct CounterItem : ResourceItem {
@@ -154,35 +159,6 @@ TEST(ResourceInfoTest, FirstSampleStoresLaterOnesUpdateAcrossGaps) {
   }
   EXPECT_EQ(CounterItem::destroyed, 3);  // the rest once each, with their container
 }
-
-struct LabelItem : ResourceItem {
-  explicit LabelItem(std::string text) : text(std::move(text)) {}
-  void PrintToStream(std::ostream& os) override { os << text << std::endl; }
-  std::string text;
-};
-
-// Publishes one item per name on its first pass and counts passes.
-class StandIn : public BaseMonitor {
- public:
-  StandIn(ResourceMonitorType type, std::vector<std::string> names, int* deleted = nullptr)
-      : BaseMonitor(type), names_(std::move(names)), deleted_(deleted) {}
-  ~StandIn() override {
-    if (deleted_ != nullptr) ++*deleted_;
-  }
-  bool DoMonitor() override {
-    if (passes.fetch_add(1) == 0) {
-      for (const auto& name : names_) {
-        MutableItems()->Insert(name, new LabelItem(std::to_string(Type()) + ":" + name));
-      }
-    }
-    return false;  // the aggregator ignores the result
-  }
-  std::atomic<int> passes{0};
-
- private:
-  std::vector<std::string> names_;
-  int* deleted_;
-};
 
 template <typename Monitor>
 uint64_t WaitForPass(Monitor& monitor) {
@@ -327,7 +303,7 @@ TEST(ThreadingTest, HostsSeeWholePassesGetTheirTurnAndDestroyingWaitsForNoPeriod
   delete monitor;
 
   // The thread waits out a 2 s period after its first pass; destruction cuts that short.
-  auto* idle = new ZefoResourceMonitor({new Probe()}, 2000);
+  auto* idle = new ZefoResourceMonitor({new StandIn(Cpu, {})}, 2000);
   WaitForPass(*idle);
   const auto start = Clock::now();
   delete idle;

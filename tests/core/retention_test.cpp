@@ -7,7 +7,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "support/board.h"
@@ -29,33 +28,29 @@ void DropLines(const FixtureTree& tree, const std::string& rel, const std::strin
   tree.Write(rel, kept);
 }
 
-template <typename M>
-BaseMonitor* Make(const KernelPaths& paths) {
-  return new M(paths);
-}
-
 TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
   const std::string thermal = "sys/class/thermal/thermal_zone1", bpu = "sys/devices/system/bpu/";
   const struct {
     const char* kind;
-    BaseMonitor* (*make)(const KernelPaths&);
+    std::unique_ptr<BaseMonitor> (*make)(const KernelPaths&);
     const char* kept;  // null: the kind has no other item
     std::string goes;  // empty: the kind's one item cannot go
     std::function<void(const FixtureTree&)> take_away;
   } cases[] = {
-      {"cpu", Make<CpuMonitor>, "cpu0", "cpu2",
+      {"cpu", testing::MakeMonitor<CpuMonitor>, "cpu0", "cpu2",
        [](const FixtureTree& t) { DropLines(t, "proc/stat", "cpu2 "); }},
-      {"bpu", Make<BpuMonitor>, "bpu0", "bpu1",
+      {"bpu", testing::MakeMonitor<BpuMonitor>, "bpu0", "bpu1",
        [&](const FixtureTree& t) { t.Remove(bpu + "bpu1"); }},
-      {"disk", Make<DiskMonitor>, "/data", "/media",
+      {"disk", testing::MakeMonitor<DiskMonitor>, "/data", "/media",
        [](const FixtureTree& t) { testing::WriteDisk(t, {"/data"}); }},
-      {"memory", Make<MemoryMonitor>, "", "", [](const FixtureTree&) {}},
-      {"network", Make<NetworkMonitor>,
+      {"memory", testing::MakeMonitor<MemoryMonitor>, "", "", [](const FixtureTree&) {}},
+      {"network", testing::MakeMonitor<NetworkMonitor>,
        "lo:", "eth0:", [](const FixtureTree& t) { DropLines(t, "proc/net/dev", "  eth0:"); }},
-      {"temperature", Make<TemperatureMonitor>, "cpu-thermal", "bpu-thermal",
+      {"temperature", testing::MakeMonitor<TemperatureMonitor>, "cpu-thermal", "bpu-thermal",
        [&](const FixtureTree& t) { t.Remove(thermal); }},
-      {"ddr", Make<QeltDdrMonitor>, nullptr, "ddr0", [](const FixtureTree&) {}},  // no record
-      {"process", Make<ProcInfoMonitor>, "100", "300",
+      {"ddr", testing::MakeMonitor<QeltDdrMonitor>, nullptr, "ddr0",
+       [](const FixtureTree&) {}},  // no record
+      {"process", testing::MakeMonitor<ProcInfoMonitor>, "100", "300",
        [](const FixtureTree& t) { t.Remove("proc/300"); }},
   };
   const std::vector<unsigned char> record = testing::BoardDdrRecord();
@@ -63,7 +58,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
     SCOPED_TRACE(c.kind);
     FixtureTree tree;
     tree.Fifo("dev/ddrmonitor0");
-    std::unique_ptr<BaseMonitor> monitor(c.make(tree.paths()));
+    std::unique_ptr<BaseMonitor> monitor = c.make(tree.paths());
     const int ddr_fd = open(tree.Path("dev/ddrmonitor0").c_str(), O_WRONLY | O_NONBLOCK);
     monitor->SetClock(&testing::FakeNow);
     const auto pass = [&](int64_t now, bool both) {
@@ -102,7 +97,7 @@ TEST(RetentionTest, GoneNamesAreNotLiveAndAreForgottenAfterTheLimit) {
   }
 }
 
-// The aggregator forgets only when asked to; the specified constructors keep every name.
+// The aggregator forgets only when asked to; its constructors alone keep every name.
 TEST(RetentionTest, TheAggregatorForgetsOnlyWhenAsked) {
   for (int64_t forget_after : {0, 30}) {
     SCOPED_TRACE(forget_after);

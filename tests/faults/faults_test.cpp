@@ -4,7 +4,6 @@
 // damaged monitor is held to three things: every pass comes back quickly; after pass 4 every
 // item the damage cannot have touched reads exactly as in the pristine run; after pass 5 every
 // item is updated again. Then counters that wrap.
-#include <unistd.h>
 
 #include <chrono>
 #include <functional>
@@ -22,51 +21,45 @@ namespace {
 
 using namespace std::string_literals;
 using testing::FixtureTree;
+using testing::MakeMonitor;
 using Items = std::set<std::string>;
 
 std::string N(long long value) {
   return std::to_string(value);
 }
 
+using Tree = const FixtureTree&;
+using Rel = const std::string&;
+
 struct Damage {
   std::string name;
-  std::function<std::string(const std::string& key)> line;  // a damaged line after `key`
-  std::function<void(const FixtureTree&, const std::string& rel)> plant;  // or the whole file
+  std::string line;  // what follows the target's key on a damaged line
+  std::function<void(Tree, Rel)> plant = nullptr;  // or the whole file
   bool at_end = false;  // the line ends the file without a newline, like a short read
 };
 
+Damage File(std::string name, std::function<void(Tree, Rel)> plant) {
+  return {std::move(name), "", std::move(plant)};
+}
+
 const std::vector<Damage>& Damages() {
-  using Tree = const FixtureTree&;
-  using Rel = const std::string&;
+  std::string numbers;
+  while (numbers.size() < (1 << 20)) numbers += " 1234567";
   static const std::vector<Damage> damages = {
-      {"binary and NULs", [](Rel key) { return key + " 1\0 2 \x01\xff\xfe\x7f\0\0 3\x80\x9b"s; },
-       nullptr},
-      {"truncated line", [](Rel key) { return key + " 12"; }, nullptr, true},
-      {"1 MB line",
-       [](Rel key) {
-         std::string line = key;
-         while (line.size() < (1 << 20)) line += " 1234567";
-         return line;
-       },
-       nullptr},
-      {"300-character word", [](Rel key) { return key + std::string(300, 'w') + " 1 2 3 4"; },
-       nullptr},
-      {"tokens of 70000 characters",
-       [](Rel key) { return key + " " + std::string(70000, '7') + " " + std::string(70000, 't'); },
-       nullptr},
+      {"binary and NULs", " 1\0 2 \x01\xff\xfe\x7f\0\0 3\x80\x9b"s},
+      {"truncated line", " 12", nullptr, true},
+      {"1 MB line", numbers},
+      {"300-character word", std::string(300, 'w') + " 1 2 3 4"},
+      {"tokens of 70000 characters", " " + std::string(70000, '7') + " " + std::string(70000, 't')},
       {"25-digit integers",
-       [](Rel key) {
-         return key +
-                " 1234567890123456789012345 -9999999999999999999999999 "
-                "0000000000000000000000042 18446744073709551616 kB";
-       },
-       nullptr},
-      {"empty file", nullptr, [](Tree t, Rel rel) { t.Write(rel, ""); }},
-      {"missing file", nullptr, [](Tree, Rel) {}},
-      {"directory", nullptr, [](Tree t, Rel rel) { t.Mkdir(rel); }},
-      {"FIFO", nullptr, [](Tree t, Rel rel) { t.Fifo(rel); }},
-      {"link to /dev/zero", nullptr, [](Tree t, Rel rel) { t.Symlink("/dev/zero", rel); }},
-      {"10 GB sparse file", nullptr, [](Tree t, Rel rel) { t.Sparse(rel, 10LL << 30); }},
+       " 1234567890123456789012345 -9999999999999999999999999 "
+       "0000000000000000000000042 18446744073709551616 kB"},
+      File("empty file", [](Tree t, Rel rel) { t.Write(rel, ""); }),
+      File("missing file", [](Tree, Rel) {}),
+      File("directory", [](Tree t, Rel rel) { t.Mkdir(rel); }),
+      File("FIFO", [](Tree t, Rel rel) { t.Fifo(rel); }),
+      File("link to /dev/zero", [](Tree t, Rel rel) { t.Symlink("/dev/zero", rel); }),
+      File("10 GB sparse file", [](Tree t, Rel rel) { t.Sparse(rel, 10LL << 30); }),
   };
   return damages;
 }
@@ -88,15 +81,6 @@ struct Source {
   std::vector<std::string> live_labels = {};  // report lines that follow the machine
 };
 
-template <typename M>
-std::function<std::unique_ptr<BaseMonitor>(const KernelPaths&)> Make() {
-  return [](const KernelPaths& paths) {
-    auto monitor = std::make_unique<M>(paths);
-    monitor->SetClock(&testing::FakeNow);
-    return monitor;
-  };
-}
-
 // The board's files under `only`, t0 and t1 in turn.
 std::function<void(const FixtureTree&, int)> Board(std::vector<std::string> only) {
   return [only](const FixtureTree& tree, int pass) { testing::LoadBoard(tree, pass % 2, only); };
@@ -108,7 +92,7 @@ void Apply(const FixtureTree& tree, const Target& target, const Damage& damage) 
     damage.plant(tree, target.rel);
     return;
   }
-  const std::string hostile = damage.line(target.key) + (damage.at_end ? "" : "\n");
+  const std::string hostile = target.key + damage.line + (damage.at_end ? "" : "\n");
   std::string text = target.after < 0 ? "" : testing::ReadFile(tree.Path(target.rel));
   std::size_t at = 0;
   for (int i = 0; i < target.after && at < text.size(); ++i) {
@@ -142,6 +126,8 @@ void RunDamaged(const Source& source, const Target& target, const Damage& damage
   FixtureTree pristine_tree, damaged_tree;
   std::unique_ptr<BaseMonitor> pristine = source.make(pristine_tree.paths());
   std::unique_ptr<BaseMonitor> damaged = source.make(damaged_tree.paths());
+  pristine->SetClock(&testing::FakeNow);
+  damaged->SetClock(&testing::FakeNow);
   std::map<std::string, std::pair<std::string, uint64_t>> at_pass4;
   for (int pass = 1; pass <= 5; ++pass) {
     testing::g_fake_now = pass * 2000;
@@ -174,7 +160,7 @@ void RunDamaged(const Source& source, const Target& target, const Damage& damage
 void RunAll(const Source& source) {
   for (const Target& target : source.targets) {
     for (const Damage& damage : Damages()) {
-      if (damage.line && target.key.empty() && target.after >= 0) continue;  // an entry
+      if (!damage.plant && target.key.empty() && target.after >= 0) continue;  // an entry
       RunDamaged(source, target, damage);
     }
   }
@@ -187,39 +173,34 @@ std::vector<Source> Sources() {
   const std::string bpu = "sys/devices/system/bpu/bpu0";
   return {
       {"cpu",
-       Make<CpuMonitor>(),
+       MakeMonitor<CpuMonitor>,
        Board({"proc/stat", "sys/devices/system/cpu"}),
        {{"proc/stat", "cpu9", 1, {}, all},
         {cpufreq + "/cpuinfo_cur_freq", "", -1, cpu0, cpu0},
         {cpufreq, "", 0, {}, cpu0}}},
       {"memory",
-       Make<MemoryMonitor>(),
+       MakeMonitor<MemoryMonitor>,
        Board({"proc/meminfo"}),
        {{"proc/meminfo", "Hugepagesize:", 2, {}, all}}},
       {"network",
-       Make<NetworkMonitor>(),
+       MakeMonitor<NetworkMonitor>,
        Board({"proc/net"}),
        {{"proc/net/dev", "  bad0:", 3, {}, all}}},
       {"temperature",
-       Make<TemperatureMonitor>(),
+       MakeMonitor<TemperatureMonitor>,
        Board({"sys/class/thermal"}),
        {{thermal + "/type", "", -1, zone, zone},
         {thermal + "/temp", "", -1, zone, zone},
         {thermal, "", 0, {}, zone}}},
       {"bpu",
-       Make<BpuMonitor>(),
+       MakeMonitor<BpuMonitor>,
        Board({"sys/devices/system/bpu"}),
        {{bpu + "/ratio", "", -1, core, core},
         {bpu + "/devfreq/devfreq0/name", "", -1, core, core},
         {bpu + "/devfreq/devfreq0/cur_freq", "", -1, core, core},
         {bpu + "/devfreq", "", 0, {}, core}}},
       {"process",
-       [](const KernelPaths& paths) {
-         auto monitor = std::make_unique<ProcInfoMonitor>(paths);
-         monitor->SetClock(&testing::FakeNow);
-         monitor->SetPageSize(4096);
-         return monitor;
-       },
+       MakeMonitor<ProcInfoMonitor>,
        Board({"proc/stat", "proc/uptime", "proc/100", "proc/200", "proc/300", "reg"}),
        {{"proc/300/stat", "300 (victim) S", -1, p, p},
         {"proc/300/statm", "", -1, p, p},
@@ -250,7 +231,7 @@ TEST(FaultsOf, EveryFileOfTheDiskReader) {
   const Items all = {"*"};
   Source disk{
       "disk",
-      Make<DiskMonitor>(),
+      MakeMonitor<DiskMonitor>,
       [](const FixtureTree& tree, int pass) {
         testing::WriteDisk(tree, {"/data", "/logs"}, N(100 * pass), "0");
       },
@@ -260,10 +241,7 @@ TEST(FaultsOf, EveryFileOfTheDiskReader) {
   // Mount points as the kernel escapes them, and far longer than any word the parser keeps.
   RunDamaged(disk, disk.targets[0],
              {"4000-character mount point",
-              [](const std::string& key) {
-                return key + " /mnt/with\\040blank\\040" + std::string(4000, 'p') + " ext4 rw 0 0";
-              },
-              nullptr});
+              " /mnt/with\\040blank\\040" + std::string(4000, 'p') + " ext4 rw 0 0"});
 }
 
 // The kernel's counters are unsigned, read as signed 64-bit values and differenced modulo 2^64:

@@ -1,5 +1,5 @@
-// The exposition's fleet options over the simulated board: counters from the kernel's totals,
-// the machine total apart from the CPUs, the kinds and processes chosen, processes by name.
+// The exposition's fleet options over the fixture board: counters from the kernel's totals, the
+// machine total apart from the CPUs, the kinds and processes chosen, processes by name.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -11,24 +11,16 @@
 namespace zefo::format {
 namespace {
 
-class Fleet : public ::testing::Test {
- protected:
-  void SetUp() override {
-    pass = testing::BoardPass(tree);
-    options = testing::FixedOptions();
-    options.counters = true;
-  }
+// The samples these options add (the gauges beside them are the plain golden file's): counters
+// of every kind that has them, the registered process with its command line cut, the processes
+// grouped by name; then the processes each selection shows.
+TEST(Fleet, GoldenOutput) {
   testing::FixtureTree tree;
-  Snapshot pass;
-  FormatOptions options;
-};
-
-// Counters of every kind that has them, the registered process with its command line cut,
-// and the processes grouped by name.
-TEST_F(Fleet, GoldenOutput) {
-  FormatOptions system = options;
+  const Snapshot pass = testing::BoardPass(tree);
+  FormatOptions system = testing::FixedOptions();
+  system.counters = true;
   system.kinds = 1u << Cpu | 1u << Disk | 1u << Network | 1u << QeltDdr;
-  FormatOptions registered = options;
+  FormatOptions registered = system;
   registered.kinds = 1u << ProcInfo;
   registered.processes = ProcessMetrics::kRegistered;
   registered.max_cmd_line_bytes = 12;
@@ -37,7 +29,6 @@ TEST_F(Fleet, GoldenOutput) {
   const std::string all = FormatOpenMetrics(pass, system) + FormatOpenMetrics(pass, registered) +
                           FormatOpenMetrics(pass, grouped);
   EXPECT_EQ(all.find("cpu=\"total\""), std::string::npos);
-  // The samples these options add; the gauges beside them are the plain golden file's.
   std::string added;
   std::istringstream lines(all);
   for (std::string line; std::getline(lines, line);) {
@@ -48,32 +39,29 @@ TEST_F(Fleet, GoldenOutput) {
     }
     if (counter) added += line + "\n";
   }
-  testing::ExpectGolden("format_fleet.txt", added);
-}
-
-TEST_F(Fleet, ProcessSelection) {
-  const struct {
-    ProcessMetrics which;
-    std::size_t top;
+  // camera_app has 60 % of a CPU, weird 15 %, sleeper 0 %.
+  const std::pair<ProcessMetrics, std::size_t> selections[] = {
+      {ProcessMetrics::kNone, 10}, {ProcessMetrics::kRegistered, 10}, {ProcessMetrics::kTop, 1},
+      {ProcessMetrics::kTop, 2},   {ProcessMetrics::kTop, 5},         {ProcessMetrics::kByName, 10},
+      {ProcessMetrics::kAll, 10}};
+  FormatOptions select = testing::FixedOptions();
+  select.counters = true;
+  for (const auto& [which, top] : selections) {
+    select.processes = which;
+    select.top_processes = top;
     std::set<std::string> pids;
-  } cases[] = {
-      {ProcessMetrics::kNone, 10, {}},           {ProcessMetrics::kRegistered, 10, {"100"}},
-      {ProcessMetrics::kTop, 1, {"100"}},  // camera_app 60 %, weird 15 %, sleeper 0 %
-      {ProcessMetrics::kTop, 2, {"100", "200"}}, {ProcessMetrics::kTop, 5, {"100", "200", "300"}},
-      {ProcessMetrics::kByName, 10, {}},         {ProcessMetrics::kAll, 10, {"100", "200", "300"}},
-  };
-  for (const auto& c : cases) {
-    options.processes = c.which;
-    options.top_processes = c.top;
-    std::set<std::string> pids;
-    std::istringstream lines(FormatPrometheus(pass, options));
-    for (std::string line; std::getline(lines, line);) {
+    std::istringstream exposition(FormatPrometheus(pass, select));
+    for (std::string line; std::getline(exposition, line);) {
       const std::size_t at = line.find("pid=\"");
       if (at != std::string::npos)
         pids.insert(line.substr(at + 5, line.find('"', at + 5) - at - 5));
     }
-    EXPECT_EQ(pids, c.pids) << static_cast<int>(c.which) << " top " << c.top;
+    added += "processes " + std::to_string(static_cast<int>(which)) + ", top " +
+             std::to_string(top) + ":";
+    for (const std::string& pid : pids) added += " " + pid;
+    added += "\n";
   }
+  testing::ExpectGolden("format_fleet.txt", added);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Every output format over the fixture board, as golden files (ZEFO_UPDATE_GOLDEN=1 rewrites
 // them); the two expositions agreeing; the report of a copy matching the library's own.
 #include <chrono>
-#include <cmath>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
@@ -17,6 +17,8 @@ namespace zefo::format {
 namespace {
 
 using testing::FixedOptions;
+using testing::Rows;
+using testing::Shown;
 
 TEST(FormatTest, GoldenOutputsOfTheBoard) {
   testing::FixtureTree tree;
@@ -59,19 +61,18 @@ TEST(FormatTest, GoldenOutputsOfTheBoard) {
   EXPECT_EQ(samples(om), samples(prom));
 }
 
+// A pass in which no monitor has an item yet shows its time and nothing else, in every format.
 TEST(FormatTest, FirstPassHasOnlyTheTime) {
   Snapshot pass;
   pass.update_time = testing::kBoardUpdateTime;
   for (int type = Cpu; type <= ProcInfo; ++type)
     pass.Add(static_cast<ResourceMonitorType>(type), {});
-  EXPECT_EQ(FormatLine(pass, FixedOptions()), "18:51:02\n");
-  EXPECT_EQ(FormatPrometheus(pass),
-            "# HELP zefo_update_time_seconds End of the sampling pass, in seconds since the Unix "
-            "epoch.\n# TYPE zefo_update_time_seconds gauge\nzefo_update_time_seconds "
-            "1714589462\n");
-  std::string report = "update time: 1714589462000\n";
-  for (int kind = 0; kind < 8; ++kind) report += "--------------------\n";
-  EXPECT_EQ(FormatReport(pass), report + "\n");
+  std::string out;
+  for (Format format :
+       {Format::kReport, Format::kLine, Format::kJson, Format::kOpenMetrics, Format::kPrometheus}) {
+    out += FormatPass(pass, format, FixedOptions());
+  }
+  testing::ExpectGolden("format_first_pass.txt", out);
 }
 
 // The report made from a copy is byte for byte the library's own report of the same pass.
@@ -95,41 +96,37 @@ TEST(FormatTest, ReportMatchesTheLibrarysReportOfTheSamePass) {
   EXPECT_EQ(compared, 2) << "no two passes could be compared in 30 s";
 }
 
-TEST(FormatTest, Utf8AndNumbers) {
-  const std::pair<std::string, std::string> utf8[] = {
-      {"\xC3\xA9t\xE2\x82\xAC \xF0\x9F\x98\x80", "\xC3\xA9t\xE2\x82\xAC \xF0\x9F\x98\x80"},
-      {"a\xFF"
-       "b",
-       "a\xEF\xBF\xBD"
-       "b"},                                                     // never valid
-      {"\xC0\xAF", "\xEF\xBF\xBD\xEF\xBF\xBD"},                  // overlong '/'
-      {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // a surrogate
-      {"cut\xE2\x82", "cut\xEF\xBF\xBD\xEF\xBF\xBD"},            // truncated at the end
-      {std::string("nul\0", 4), std::string("nul\0", 4)},
-  };
-  for (const auto& [in, out] : utf8) EXPECT_EQ(detail::ValidUtf8(in), out) << in;
-  EXPECT_EQ(detail::CutUtf8("\xC3\xA9\xC3\xA9", 3), "\xC3\xA9");
-  EXPECT_EQ(detail::CutUtf8("ab\x80\x80\x80\x80\x80", 6), "ab\x80\x80\x80\x80");  // not UTF-8
-
-  // What a terminal is shown: nothing it would take as a command, nothing ambiguous.
-  const std::pair<std::string, std::string> terminal[] = {
-      {"\x1b[2J\x1b]0;owned\x07", "\\x1b[2J\\x1b]0;owned\\x07"},
-      {std::string("cr\rnul\0tab\tdel\x7f", 15), "cr\\x0dnul\\x00tab\\x09del\\x7f"},
-      {"csi\xC2\x9B"
-       "1m raw\x9B"
-       "1m",
-       "csi\\u009b1m raw\\x9b1m"},  // C1 as UTF-8 and raw
-      {"\xC2\xA0\xC3\xA9\xE2\x82\xAC \\x1b", "\xC2\xA0\xC3\xA9\xE2\x82\xAC \\\\x1b"},
-      {"two\nlines\n", "two\nlines\n"},
-  };
-  for (const auto& [in, out] : terminal) EXPECT_EQ(EscapeForTerminal(in), out) << in;
-  EXPECT_EQ(detail::EscapeControls("a\nb", false), "a\\x0ab");
-
-  const std::pair<double, std::string> numbers[] = {
-      {-0.0, "0"},  {0.25, "0.25"},     {1e20, "1e+20"},     {4096000000, "4096000000"},
-      {NAN, "NaN"}, {INFINITY, "+Inf"}, {-INFINITY, "-Inf"},
-  };
-  for (const auto& [value, text] : numbers) EXPECT_EQ(detail::Number(value), text) << value;
+// What the text helpers make of odd strings, one row per input, in format_text.txt: invalid
+// UTF-8 replaced, cuts at a character's edge (or at the byte, for what is not UTF-8), nothing a
+// terminal would take as a command, numbers as the expositions write them.
+TEST(FormatTest, TextOfOddStrings) {
+  const std::vector<std::string> utf8 = {"\xC3\xA9t\xE2\x82\xAC \xF0\x9F\x98\x80",
+                                         "a\xFF"
+                                         "b",
+                                         "\xC0\xAF",
+                                         "\xED\xA0\x80",
+                                         "cut\xE2\x82",
+                                         std::string("nul\0", 4),
+                                         "\xC3\xA9\xC3\xA9",
+                                         "ab\x80\x80\x80\x80\x80"};
+  std::string out = Rows("valid UTF-8, cut at 3 and 6 bytes", utf8, [](const std::string& in) {
+    return " " + Shown(detail::ValidUtf8(in)) + " " + Shown(std::string(detail::CutUtf8(in, 3))) +
+           " " + Shown(std::string(detail::CutUtf8(in, 6)));
+  });
+  out += Rows("for a terminal, then controls escaped but for newlines",
+              {"\x1b[2J\x1b]0;owned\x07", std::string("cr\rnul\0tab\tdel\x7f", 15),
+               "csi\xC2\x9B"
+               "1m raw\x9B"
+               "1m",
+               "\xC2\xA0\xC3\xA9\xE2\x82\xAC \\x1b", "two\nlines\n"},
+              [](const std::string& in) {
+                return " " + Shown(EscapeForTerminal(in)) + " " +
+                       Shown(detail::EscapeControls(in, false));
+              });
+  out += Rows(
+      "number", {"-0", "0.25", "1e20", "4096000000", "nan", "inf", "-inf"},
+      [](const std::string& in) { return " " + detail::Number(std::strtod(in.c_str(), nullptr)); });
+  testing::ExpectGolden("format_text.txt", out);
 }
 
 }  // namespace

@@ -1,102 +1,33 @@
-// The process monitor: its parsers on odd text, what the fixture board cannot show (a fixed set
-// of processes, processes that exit or lack files, planted devices), and children of this test
-// measured against what the kernel reports of them.
+// The process monitor: what the fixture board cannot show (a fixed set of processes, processes
+// that exit or lack files, planted devices), and children of this test measured against what
+// the kernel reports of them, with the machine's CPU shares and disk bandwidth beside.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <fstream>
 #include <thread>
-#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "core/file_reader.h"
-#include "process/procinfo_parse.h"
+#include "process/fd_count.h"
 #include "support/board.h"
 
 namespace zefo {
 namespace {
 
 using namespace std::string_literals;
-using std::make_tuple;
-using std::tie;
 using testing::FixtureTree;
 
 const ProcInfoResourceItem* Item(const ProcInfoMonitor& m, const std::string& pid) {
   auto it = m.Items().find(pid);
   return it == m.Items().end() ? nullptr : dynamic_cast<ProcInfoResourceItem*>(it->second);
-}
-
-TEST(ProcInfoParse, OddLines) {
-  ProcInfoState s;
-  detail::ParseProcStat("1234 (my proc) S 1 2 3 0 -1 9 10 11 12 14 350 120", s);
-  EXPECT_EQ(tie(s.pid, s.name, s.state, s.tpgid, s.cmajflt, s.utime, s.stime),
-            make_tuple(1234LL, "my proc"s, "S"s, -1LL, 14LL, 350LL, 120LL));
-  // An overlong name is cut at its buffer; a short line leaves the later fields alone.
-  detail::ParseProcStat("5 (" + std::string(400, 'n') + ") R 1", s);
-  EXPECT_EQ(tie(s.pid, s.ppid, s.utime, s.name),
-            make_tuple(5LL, 1LL, 350LL, std::string(255, 'n')));
-
-  const std::pair<std::string, std::string> cmdlines[] = {
-      {"a\0b\0"s, "a b\0"s},
-      {"", ""},
-      {"sleep\0"
-       "10"s,
-       "sleep 1\0"s},                  // no final NUL: the last byte is replaced anyway
-      {"a\0b\0\nline2\0"s, "a b\0"s},  // only the first line counts
-  };
-  for (const auto& [text, expected] : cmdlines) {
-    std::string out = "stale";
-    detail::ParseCmdLine(text, out);
-    EXPECT_EQ(out, expected);
-  }
-
-  const std::tuple<std::string, std::string, bool> registrations[] = {
-      {"camera\n", "1234\n", true},
-      {"camera", "1234", true},
-      {"camera\n", "1234 \n", false},
-      {"camera\n", "12345\n", false},
-      {"camera\nx\n", "1234\n", false},
-      {"camera\n", "1234\n\n", false},
-      {"", "1234\n", false},
-      {"camera\n", "", false},
-  };
-  for (const auto& [name, pid, match] : registrations) {
-    std::string out;
-    detail::ParseRegistration(name, pid, "1234", out);
-    EXPECT_EQ(out, match ? "camera" : "") << name << "|" << pid;
-  }
-
-  detail::ParseStatus(
-      "VmPeak:\t 1 MB\nVmRSS:\t 2048 kB\nVmSwap:\t 3\nVmLckX:\t 5 kB\nRssFile: 7 B\n", s);
-  // A line without a unit word keeps the last unit read (kB for VmSwap).
-  EXPECT_EQ(tie(s.VmPeak, s.VmRSS, s.VmSwap, s.VmLck, s.RssFile),
-            make_tuple(1048576LL, 2048LL * 1024, 3LL * 1024, 0LL, 7LL));
-  detail::ParseIo("rchar: 10\nsyscw: 4\nwrite_bytes: 8192\ncancelled_write_bytes: 1\nbogus: 5\n",
-                  s);
-  EXPECT_EQ(tie(s.rchar, s.syscw, s.write_bytes, s.cancelled_write_bytes),
-            make_tuple(10LL, 4LL, 8192LL, 1LL));
-
-  const std::string agg = "cpu  10 20 30 40 50 60 70 80 90 100\n";
-  const std::tuple<std::string, bool, long long, int> stats[] = {
-      {agg + "cpu0 1\ncpu1 1\ncpu2 1\ncpu3 1\nintr 5 6\n", true, 550, 4},
-      {agg + "cpu0 1\nintr 5\n", true, 550, 0},  // a lone cpu0 reads 0 cores
-      {agg, true, 550, 11},                      // no per-core line: the first counter, plus one
-      // A fuzzer's finding: the core count (plus one) overflowed an int.
-      {"cpu  1 2 3 4\ncpu2147483647 1\n", true, 10, INT_MAX},
-      {"cpu  2147483647 2 3 4\n", true, 2147483656, INT_MAX},
-      {"intr 1 2\n" + agg, false, -1, -1},
-      {"", false, -1, -1},
-  };
-  for (const auto& [text, ok, total, cores] : stats) {
-    ProcInfoCpuState out{-1, -1};
-    EXPECT_EQ(detail::ParseCpuTotal(text, out), ok) << text;
-    EXPECT_EQ(tie(out.total, out.cores), make_tuple(total, cores)) << text;
-  }
 }
 
 // Scripted clock: each call returns the next time, the last one for good.
@@ -124,72 +55,41 @@ TEST(ProcInfoMonitorTest, FixedSetSampledInStringOrderOnly) {
   EXPECT_EQ(Item(monitor, "300")->io_read_bandwidth, 200.0);
 }
 
-TEST(ProcInfoMonitorTest, SkippedExitedPartialAndPlantedProcesses) {
-  FixtureTree tree;
-  testing::LoadBoard(tree, 0);
-  tree.Remove("proc/200/statm");  // no statm: skipped
-  for (const char* file : {"status", "io"}) tree.Remove("proc/300/"s + file);
-  tree.Write("proc/9/stat", "");
-  tree.Write("proc/8/cmdline", "x");
-  // Only a real procfs spares the per-file type check: a device planted as a process's stat
-  // file is refused rather than read as noise.
-  tree.Symlink("/dev/urandom", "proc/8/stat");
-  EXPECT_TRUE(detail::IsProcfsMount("/proc"));
-  EXPECT_FALSE(detail::IsProcfsMount(tree.Path("proc")));
-  ProcInfoMonitor monitor(tree.paths());
-  ASSERT_TRUE(monitor.DoMonitor());
-  ASSERT_TRUE(monitor.DoMonitor());
-  for (const char* pid : {"200", "9", "8"}) EXPECT_EQ(Item(monitor, pid), nullptr) << pid;
-  ASSERT_NE(Item(monitor, "300"), nullptr);
-  EXPECT_EQ(tie(Item(monitor, "300")->VmRss, Item(monitor, "300")->fd_count), make_tuple(0L, 3L));
-  tree.Remove("proc/100");  // the process exits: its item stays as it was
-  ASSERT_TRUE(monitor.DoMonitor());
-  EXPECT_EQ(Item(monitor, "100")->count, 1u);
-  EXPECT_EQ(Item(monitor, "100")->VmRss, 1600 * 1024);
-  EXPECT_EQ(Item(monitor, "300")->count, 2u);
-  tree.Remove("proc");  // no proc root at all: the pass says so, nothing breaks
-  EXPECT_FALSE(monitor.DoMonitor());
-}
-
-// A child answering one-byte commands on a pipe, each acknowledged with the same byte: 'o' opens
-// one more file (kept open), 'w' also writes and fsyncs 1 MiB to it.
+// A child answering one-byte commands on a socket, each acknowledged with the same byte: 'o'
+// opens one more file (kept open), 'w' also writes and fsyncs 1 MiB to it.
 class Child {
  public:
   explicit Child(const std::string& dir) {
-    int to[2], from[2];
-    if (pipe(to) != 0 || pipe(from) != 0) return;
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
     pid = fork();
     if (pid == 0) {
-      close(to[1]);
-      close(from[0]);
+      close(ends[0]);
       static char block[1 << 20];
       char c;
-      for (int n = 0; read(to[0], &c, 1) == 1; ++n) {
+      for (int n = 0; read(ends[1], &c, 1) == 1; ++n) {
         const int fd = open((dir + "/f" + std::to_string(n)).c_str(), O_CREAT | O_WRONLY, 0600);
         if (c == 'w' && (write(fd, block, sizeof block) != sizeof block || fsync(fd) != 0))
           _exit(1);
-        if (write(from[1], &c, 1) != 1) _exit(1);
+        if (write(ends[1], &c, 1) != 1) _exit(1);
       }
       _exit(0);
     }
-    close(to[0]);
-    close(from[1]);
-    cmd_ = to[1];
-    ack_ = from[0];
+    close(ends[1]);
+    socket_ = ends[0];
   }
   ~Child() {
-    close(cmd_);  // the child reads end of file and exits
+    close(socket_);  // the child reads end of file and exits
     if (pid > 0) waitpid(pid, nullptr, 0);
-    close(ack_);
   }
   bool Ask(char c) {
     char r = 0;
-    return write(cmd_, &c, 1) == 1 && read(ack_, &r, 1) == 1 && r == c;
+    return write(socket_, &c, 1) == 1 && read(socket_, &r, 1) == 1 && r == c;
   }
   pid_t pid = -1;
 
  private:
-  int cmd_ = -1, ack_ = -1;
+  int socket_ = -1;
 };
 
 TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
@@ -209,11 +109,43 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
     if (word == "VmRSS:") status >> rss_kb;
   }
   EXPECT_NEAR(item->VmRss, rss_kb * 1024.0, rss_kb * 1024.0 * 0.05);
+  // Counted from the directory's size where the kernel gives it (6.2 on), as listing counts.
   const int64_t fds = item->fd_count;
+  EXPECT_EQ(fds, detail::ListFdCount("/proc/" + pid + "/fd"));
+  const detail::FdSizeRule rule = detail::DetectFdSizeRule("/proc");
+  utsname name;
+  ASSERT_EQ(uname(&name), 0);
+  EXPECT_EQ(rule.size_is_count, detail::ReleaseAtLeast(name.release, 6, 2));
+  // Our own directory is listed, so it counts the descriptor that lists it, as always.
+  const std::string self = "/proc/" + std::to_string(getpid()) + "/fd";
+  EXPECT_EQ(detail::FdCount(self, rule, true), detail::ListFdCount(self));
+  EXPECT_EQ(detail::FdCount("/proc/999999999/fd", rule, false), 0);
+  // Root may size any process's directory only with CAP_DAC_OVERRIDE or CAP_DAC_READ_SEARCH.
+  for (const char* cap_eff : {"0000000000000000", "0000000000000002", "0000000000000004"}) {
+    scratch.Write("self/status", "Name:\tx\nCapEff:\t"s + cap_eff + "\n");
+    scratch.Mkdir("self/fd");
+    EXPECT_EQ(detail::DetectFdSizeRule(scratch.root()).lists_any,
+              rule.size_is_count && geteuid() == 0 && cap_eff[15] != '0')
+        << cap_eff;
+  }
+  EXPECT_TRUE(detail::IsProcfsMount("/proc"));
+  EXPECT_FALSE(detail::IsProcfsMount(scratch.root()));
+  // The disk of the scratch directory takes the child's synced MiB too, ours and others' bytes.
+  DiskMonitor disks;
+  disks.SetClock(&testing::FakeNow);
+  disks.DoMonitor();
   for (char c : {'o', 'o', 'w'}) ASSERT_TRUE(child.Ask(c));
   testing::g_fake_now += 1000;
   ASSERT_TRUE(monitor.DoMonitor());
+  disks.DoMonitor();
   EXPECT_EQ(item->fd_count, fds + 3);
+  struct stat scratch_st, st;
+  ASSERT_EQ(stat(scratch.root().c_str(), &scratch_st), 0);
+  for (const auto& [mount_point, disk] : disks.Items()) {
+    if (stat(mount_point.c_str(), &st) == 0 && st.st_dev == scratch_st.st_dev) {
+      EXPECT_GE(static_cast<DiskResourceItem*>(disk)->written_bandwidth, 1 << 20) << mount_point;
+    }
+  }
   if (item->io_write_bandwidth == 0) GTEST_SKIP() << "this file system does not count writes";
   EXPECT_GE(item->io_write_bandwidth, 1 << 20);
   EXPECT_LE(item->io_write_bandwidth, (1 << 20) + 65536);  // a little metadata may be charged
@@ -227,6 +159,8 @@ long long RunNs(pid_t pid) {
   return ns;
 }
 
+// A child spinning until it has had half a second of CPU, however loaded the machine is: the
+// process monitor gives it what the scheduler gave it, and the machine's shares cover it.
 TEST(ProcInfoLive, BusyChildReadsWhatTheSchedulerGaveIt) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -238,28 +172,38 @@ TEST(ProcInfoLive, BusyChildReadsWhatTheSchedulerGaveIt) {
   ProcInfoMonitor monitor(std::set<std::string>{std::to_string(pid)});
   ProcInfoCpuState cpu;
   const bool multi = monitor.GetCpu(cpu) && cpu.cores >= 2;
+  CpuMonitor machine;
+  machine.DoMonitor();
   ASSERT_TRUE(monitor.DoMonitor());
   const long long ns0 = RunNs(pid);
   const auto t0 = std::chrono::steady_clock::now();
-  // Until the child has had half a second of CPU, however loaded the machine is.
   for (int i = 0; i < 600 && RunNs(pid) - ns0 < 500'000'000; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  const bool ran = RunNs(pid) - ns0 >= 500'000'000;
+  const double ran_ns = static_cast<double>(RunNs(pid) - ns0);
   ASSERT_TRUE(monitor.DoMonitor());
-  const double seen =
-      100.0 * static_cast<double>(RunNs(pid) - ns0) /
+  machine.DoMonitor();
+  const double wall_ns =
       std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
+  ASSERT_GE(ran_ns, 5e8) << "the child hardly ran in 30 s";
+  for (const auto& [name, base] : machine.Items()) {
+    const auto& c = dynamic_cast<const CpuResourceItem&>(*base);
+    EXPECT_NEAR(c.user + c.nice + c.system + c.idle + c.iowait + c.irq + c.softirq + c.steal, 100.0,
+                1e-6)
+        << name;
+  }
+  const auto& total = dynamic_cast<const CpuResourceItem&>(*machine.Items().at("total"));
+  const double cpus = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  EXPECT_GE((total.user + total.nice + total.system) / 100.0 * wall_ns * cpus, 0.8 * ran_ns);
   if (!multi) GTEST_SKIP() << "fewer than two per-core lines: the share is scaled by 0";
 #ifdef ZEFO_UNDER_EMULATOR
   GTEST_SKIP() << "under qemu-user the child is the emulator, whose figures count its threads";
 #endif
-  ASSERT_TRUE(ran) << "the child hardly ran in 30 s";
   const ProcInfoResourceItem* item = Item(monitor, std::to_string(pid));
   ASSERT_NE(item, nullptr);
-  EXPECT_NEAR(item->user + item->system, seen, 15.0);
+  EXPECT_NEAR(item->user + item->system, 100.0 * ran_ns / wall_ns, 15.0);
 }
 
 }  // namespace

@@ -5,9 +5,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 namespace zefo::testing {
 
@@ -48,15 +50,11 @@ format::Snapshot BoardPass(const FixtureTree& tree) {
   const KernelPaths paths = tree.paths();
   tree.Fifo("dev/ddrmonitor0");
   LoadBoard(tree, 0);
-  CpuMonitor cpu(paths);
-  BpuMonitor bpu(paths);
-  MemoryMonitor memory(paths);
-  NetworkMonitor network(paths);
-  TemperatureMonitor temperature(paths);
-  QeltDdrMonitor ddr(paths);
-  ProcInfoMonitor process(paths);
-  process.SetPageSize(4096);
-  BaseMonitor* monitors[] = {&cpu, &bpu, &memory, &network, &temperature, &ddr, &process};
+  std::unique_ptr<BaseMonitor> monitors[] = {
+      MakeMonitor<CpuMonitor>(paths),         MakeMonitor<BpuMonitor>(paths),
+      MakeMonitor<MemoryMonitor>(paths),      MakeMonitor<NetworkMonitor>(paths),
+      MakeMonitor<TemperatureMonitor>(paths), MakeMonitor<QeltDdrMonitor>(paths),
+      MakeMonitor<ProcInfoMonitor>(paths)};
   const int ddr_fd = open(tree.Path("dev/ddrmonitor0").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
   const std::vector<unsigned char> record = BoardDdrRecord();
 
@@ -77,7 +75,7 @@ format::Snapshot BoardPass(const FixtureTree& tree) {
     g_fake_now = 1000 + 2000 * pass;
     if (pass == 1) LoadBoard(tree, 1);
     if (ddr_fd >= 0 && write(ddr_fd, record.data(), record.size()) < 0) break;
-    for (BaseMonitor* monitor : monitors) {
+    for (const auto& monitor : monitors) {
       monitor->SetClock(&FakeNow);
       monitor->DoMonitor();
     }
@@ -90,15 +88,21 @@ format::Snapshot BoardPass(const FixtureTree& tree) {
 
   format::Snapshot snapshot;
   snapshot.update_time = kBoardUpdateTime;
-  snapshot.Add(Cpu, cpu.Items());
-  snapshot.Add(Bpu, bpu.Items());
+  for (const auto& monitor : monitors) snapshot.Add(monitor->Type(), monitor->Items());
   snapshot.Add(Disk, disks.Items());
-  snapshot.Add(Memory, memory.Items());
-  snapshot.Add(Network, network.Items());
-  snapshot.Add(Temperature, temperature.Items());
-  snapshot.Add(QeltDdr, ddr.Items());
-  snapshot.Add(ProcInfo, process.Items());
+  std::sort(snapshot.kinds.begin(), snapshot.kinds.end());  // as a pass lists them
   return snapshot;
+}
+
+std::string ItemsShown(const BaseMonitor& monitor) {
+  std::ostringstream out;
+  for (const auto& [name, item] : monitor.Items()) {
+    out << "  " << name << " (" << item->count << " samples):\n";
+    item->PrintToStream(out);
+  }
+  std::string text = out.str();  // a command line ends in a NUL byte: shown, so git diffs text
+  for (std::size_t at; (at = text.find('\0')) != std::string::npos;) text.replace(at, 1, "\\x00");
+  return text;
 }
 
 format::FormatOptions FixedOptions() {

@@ -6,6 +6,7 @@
 #ifndef ZEFO_TESTS_SUPPORT_BOARD_H_
 #define ZEFO_TESTS_SUPPORT_BOARD_H_
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,22 @@ bool WriteDisk(const FixtureTree& tree, const std::vector<std::string>& mounts,
 // Loads the board into `tree`, runs every monitor at t0 and t1 and returns the second pass. The
 // disk monitor asks statvfs about real mount points, so its two items are made from samples.
 format::Snapshot BoardPass(const FixtureTree& tree);
+
+// A monitor of type M over `paths`; a process monitor takes the board's 4 KiB pages.
+template <typename M>
+std::unique_ptr<BaseMonitor> MakeMonitor(const KernelPaths& paths) {
+  return std::make_unique<M>(paths);
+}
+template <>
+inline std::unique_ptr<BaseMonitor> MakeMonitor<ProcInfoMonitor>(const KernelPaths& paths) {
+  auto monitor = std::make_unique<ProcInfoMonitor>(paths);
+  monitor->SetPageSize(4096);
+  return monitor;
+}
+
+// Every item of `monitor`: its name and the samples taken, then its report block (NUL bytes
+// written \x00).
+std::string ItemsShown(const BaseMonitor& monitor);
 
 // Options that make the output the same on every machine.
 format::FormatOptions FixedOptions();

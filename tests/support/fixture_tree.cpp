@@ -17,8 +17,7 @@ namespace fs = std::filesystem;
 
 FixtureTree::FixtureTree() {
   std::string pattern = (fs::temp_directory_path() / "zefo-fixture-XXXXXX").string();
-  char* made = mkdtemp(pattern.data());
-  if (made == nullptr) ADD_FAILURE() << "mkdtemp failed";
+  if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
   root_ = pattern;
   for (const char* dir : {"proc", "sys", "dev", "reg", "rootfs"}) Mkdir(dir);
 }
@@ -32,17 +31,18 @@ std::string FixtureTree::Path(std::string_view rel) const {
   return KernelPaths::Join(root_, rel);
 }
 
-void FixtureTree::MakeParents(const std::string& path) const {
+std::string FixtureTree::WithParents(std::string_view rel) const {
+  const std::string path = Path(rel);
   std::error_code ignored;
   fs::create_directories(fs::path(path).parent_path(), ignored);
+  return path;
 }
 
 void FixtureTree::Write(std::string_view rel, std::string_view content) const {
-  const std::string path = Path(rel);
-  MakeParents(path);
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(content.data(), static_cast<std::streamsize>(content.size()));
-  if (!out) ADD_FAILURE() << "cannot write " << path;
+  std::ofstream out(WithParents(rel), std::ios::binary | std::ios::trunc);
+  if (!out.write(content.data(), static_cast<std::streamsize>(content.size()))) {
+    ADD_FAILURE() << "cannot write " << rel;
+  }
 }
 
 void FixtureTree::Mkdir(std::string_view rel) const {
@@ -51,24 +51,18 @@ void FixtureTree::Mkdir(std::string_view rel) const {
 }
 
 void FixtureTree::Symlink(std::string_view target, std::string_view rel) const {
-  const std::string path = Path(rel);
-  MakeParents(path);
-  if (::symlink(std::string(target).c_str(), path.c_str()) != 0) {
-    ADD_FAILURE() << "cannot link " << path;
+  if (::symlink(std::string(target).c_str(), WithParents(rel).c_str()) != 0) {
+    ADD_FAILURE() << "cannot link " << rel;
   }
 }
 
 void FixtureTree::Fifo(std::string_view rel) const {
-  const std::string path = Path(rel);
-  MakeParents(path);
-  if (::mkfifo(path.c_str(), 0600) != 0) ADD_FAILURE() << "cannot make FIFO " << path;
+  if (::mkfifo(WithParents(rel).c_str(), 0600) != 0) ADD_FAILURE() << "cannot make FIFO " << rel;
 }
 
 void FixtureTree::Sparse(std::string_view rel, long long size) const {
-  const std::string path = Path(rel);
-  MakeParents(path);
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0 || ::ftruncate(fd, size) != 0) ADD_FAILURE() << "cannot make sparse " << path;
+  const int fd = ::open(WithParents(rel).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0 || ::ftruncate(fd, size) != 0) ADD_FAILURE() << "cannot make sparse " << rel;
   if (fd >= 0) ::close(fd);
 }
 

@@ -37,7 +37,8 @@ class FixtureTree {
   void Remove(std::string_view rel) const;
 
  private:
-  void MakeParents(const std::string& path) const;
+  // Absolute path of `rel`, its missing parent directories made.
+  std::string WithParents(std::string_view rel) const;
   std::string root_;
 };
 

@@ -1,5 +1,6 @@
 #include "support/golden.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -33,6 +34,37 @@ void ExpectGolden(const std::string& name, const std::string& raw_actual) {
   expected << in.rdbuf();
   // gtest prints a line diff for multi-line strings.
   EXPECT_EQ(expected.str(), actual) << "golden file: " << path;
+}
+
+std::string Shown(const std::string& in) {
+  std::string out;
+  for (std::size_t i = 0; i < in.size();) {
+    std::size_t run = 1;
+    while (i + run < in.size() && in[i + run] == in[i]) ++run;
+    const auto byte = static_cast<unsigned char>(in[i]);
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02x", byte);
+    const std::string one = byte == '\\'                  ? "\\\\"
+                            : byte >= 0x20 && byte < 0x7f ? std::string(1, in[i])
+                                                          : hex;
+    out += run > 8 ? one + "{" + std::to_string(run) + "}" : std::string();
+    for (std::size_t k = 0; run <= 8 && k < run; ++k) out += one;
+    i += run;
+  }
+  return "\"" + out + "\"";
+}
+
+std::string Figures(std::initializer_list<long long> figures) {
+  std::string out;
+  for (long long f : figures) out += " " + std::to_string(f);
+  return out;
+}
+
+std::string Rows(const std::string& title, const std::vector<std::string>& inputs,
+                 const std::function<std::string(std::string)>& show) {
+  std::string out = title + ":\n";
+  for (const std::string& in : inputs) out += "  " + Shown(in) + " ->" + show(in) + "\n";
+  return out;
 }
 
 }  // namespace zefo::testing
