@@ -69,7 +69,13 @@ std::string_view CutUtf8(std::string_view text, std::size_t max_bytes) {
   while (end > 0 && max_bytes - end < 3 && Continuation(static_cast<unsigned char>(text[end]))) {
     --end;
   }
-  if (Continuation(static_cast<unsigned char>(text[end]))) end = max_bytes;
+  // `end` starts the character that holds the byte at max_bytes, if that is UTF-8 at all; keep
+  // the bytes up to max_bytes unless that character would be cut. Stray continuation bytes after
+  // a whole character (an ASCII one, say) are no character of it.
+  if (Continuation(static_cast<unsigned char>(text[end])) ||
+      end + SequenceLength(text.substr(end)) <= max_bytes) {
+    end = max_bytes;
+  }
   return text.substr(0, end);
 }
 
