@@ -402,6 +402,7 @@ TEST(DdrMonitorTest, DevicesAndTheNewestRecordOfEachRead) {
   }
   ASSERT_EQ(Names(*monitor), (std::vector<std::string>{"ddr0", "ddr1"}));
   EXPECT_EQ(Item(*monitor, "ddr0")->count, 2u);
+  EXPECT_EQ(Item<QeltDdrResourceItem>(*monitor, "ddr1")->name, "ddr1");  // reports lead with it
   const auto cpu = [&](const char* device) {
     return Item<QeltDdrResourceItem>(*monitor, device)->bandwidth.at("CPU").read / 1048576;
   };
