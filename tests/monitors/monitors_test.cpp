@@ -424,6 +424,12 @@ TEST(DdrMonitorTest, DevicesAndTheNewestRecordOfEachRead) {
     monitor->DoMonitor();
     EXPECT_EQ(cpu("ddr0"), 9);
   }
+  // The totals are of the newest record alone, not summed over the passes.
+  const auto* ddr1 = Item<QeltDdrResourceItem>(*monitor, "ddr1");
+  double writes = 0;
+  for (const auto& [port, figures] : ddr1->bandwidth) writes += figures.write;
+  EXPECT_GT(writes, 0);
+  EXPECT_EQ(ddr1->total_write, writes);
   for (int w : writers) close(w);
   monitor.reset();
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
