@@ -70,7 +70,7 @@ TEST(Readers, OddAndHostileLines) {
       Rows("cpu line (word, then the ten counters; 77 left over from an earlier line)",
            {"cpu  1 2 3 4 5 6 7 8 9 10", "cpu3 1 2 3 4 5 6 7", "cpu2 7 x 9",
             "cpu0 -5 99999999999999999999", "cpu" + std::string(400, 'x') + " 1", "intr 197539 0 0",
-            "   \t", std::string("\x01\xff\0cpu", 6)},
+            "   \t", std::string("\x01\xff\0cpu", 6), "cpu7"},
            [](const std::string& in) {
              std::string word = "-";
              CpuState s;
