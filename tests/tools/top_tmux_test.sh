@@ -8,16 +8,16 @@ set -euo pipefail
 monitor=$1 board_sim=$2
 command -v tmux >/dev/null || { echo "top-tmux: tmux is not installed (apt-get install tmux)" >&2; exit 2; }
 work=$(mktemp -d)
-socket=zefo-top-$$
+socket=$work/tmux  # in the scratch directory: no other run can meet this server
 sim_pid=
 cleanup() {
-  tmux -L "$socket" kill-server 2>/dev/null || true
+  tmux -S "$socket" kill-server 2>/dev/null || true
   [[ -n $sim_pid ]] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
   rm -rf "$work"
 }
 trap cleanup EXIT
 fail() { echo "top-tmux: $case_name: $*" >&2; echo "--- screen:" >&2; screen >&2; exit 1; }
-screen() { tmux -L "$socket" capture-pane -p -t top; }
+screen() { tmux -S "$socket" capture-pane -p -t top; }
 # Waits up to 10 s for the screen to match an extended regular expression.
 await() {
   for _ in $(seq 100); do grep -Eq -- "$1" <<<"$(screen)" && return 0; sleep 0.1; done
@@ -43,10 +43,10 @@ cases=(
 )
 for entry in "${cases[@]}"; do
   read -r case_name root size resized term end shown absent <<<"$entry"
-  tmux -L "$socket" kill-server 2>/dev/null || true
-  socket=zefo-top-$$-$case_name
+  tmux -S "$socket" kill-server 2>/dev/null || true
+  socket=$work/tmux-$case_name
   rm -f "$work/pid" "$work/before" "$work/after"
-  tmux -L "$socket" -f /dev/null new-session -d -s top -x "${size%x*}" -y "${size#*x}" \
+  tmux -S "$socket" -f /dev/null new-session -d -s top -x "${size%x*}" -y "${size#*x}" \
     "stty -g >$work/before; echo BEFORE-TOP; sh -c 'echo \$\$ >$work/pid; exec \"\$@\"' top \
      env TERM=$term $monitor --top --period 300 --sysfs $work/$root/sys --devfs $work/$root/dev; \
      echo exit=\$?; stty -g >$work/after; sleep 60"
@@ -59,36 +59,36 @@ for entry in "${cases[@]}"; do
     for title in ${absent//|/ }; do ! screen | grep -Eq "^$title " || fail "an empty $title panel"; done
   fi
 
-  tmux -L "$socket" send-keys -t top p
+  tmux -S "$socket" send-keys -t top p
   await 'PIDv'
   pids | sort -n -C || fail "p does not sort by pid"
-  tmux -L "$socket" send-keys -t top r
+  tmux -S "$socket" send-keys -t top r
   await 'PID\^'
   pids | sort -n -r -C || fail "r does not reverse the list"
-  tmux -L "$socket" send-keys -t top / zefo-mon Enter
+  tmux -S "$socket" send-keys -t top / zefo-mon Enter
   await 'matching "zefo-mon"'
   rows=$(screen | sed -n '/^ *PID/,/^processes/p' | grep -Ec '^ *[0-9]+ ' || true)
   [[ $rows -ge 1 && $rows -eq $(screen | grep -Ec '^ *[0-9]+ zefo-mon' || true) ]] ||
     fail "the filter lets other processes through"
 
-  tmux -L "$socket" resize-window -t top -x "${resized%x*}" -y "${resized#*x}"
+  tmux -S "$socket" resize-window -t top -x "${resized%x*}" -y "${resized#*x}"
   sleep 0.5
   [[ $(screen | wc -l) -eq ${resized#*x} ]] || fail "not redrawn at $resized"
   screen | sed -n "${resized#*x}p" | grep -q '^processes' || fail "the status line is not at the bottom after the resize"
   ! screen | awk -v w="${resized%x*}" 'length($0) > w {bad=1} END {exit !bad}' || fail "rows wider than $resized"
 
   case $end in
-    q) tmux -L "$socket" send-keys -t top q ;;
-    C-c) tmux -L "$socket" send-keys -t top C-c ;;
+    q) tmux -S "$socket" send-keys -t top q ;;
+    C-c) tmux -S "$socket" send-keys -t top C-c ;;
     TERM) kill -TERM "$(cat "$work/pid")" ;;
   esac
   await '^exit=0'
   # Terminals with an alternate screen get theirs back; a vt100 or serial console has none.
   if tput -T "$term" smcup >/dev/null 2>&1; then
-    grep -q BEFORE-TOP <<<"$(tmux -L "$socket" capture-pane -p -S - -t top)" ||
+    grep -q BEFORE-TOP <<<"$(tmux -S "$socket" capture-pane -p -S - -t top)" ||
       fail "the screen from before --top is not back"
   fi
-  [[ $(tmux -L "$socket" display -p -t top '#{alternate_on}') == 0 ]] || fail "still on the alternate screen"
+  [[ $(tmux -S "$socket" display -p -t top '#{alternate_on}') == 0 ]] || fail "still on the alternate screen"
   for _ in $(seq 50); do [[ -s $work/after ]] && break; sleep 0.1; done
   cmp -s "$work/before" "$work/after" || fail "the terminal modes were not restored"
   echo "top-tmux: $case_name: panels, sort, filter, resize and $end: ok"
@@ -100,15 +100,15 @@ done
 case_name=replay
 "$monitor" --record "$work/rec" --count 4 --period 700 --sysfs "$work/board/sys" \
   --devfs "$work/board/dev" 2>/dev/null
-tmux -L "$socket" kill-server 2>/dev/null || true
-socket=zefo-top-$$-$case_name  # a fresh server: the one just killed may still be going
-tmux -L "$socket" -f /dev/null new-session -d -s top -x 100 -y 30 \
+tmux -S "$socket" kill-server 2>/dev/null || true
+socket=$work/tmux-$case_name  # a fresh server: the one just killed may still be going
+tmux -S "$socket" -f /dev/null new-session -d -s top -x 100 -y 30 \
   "$monitor --top --replay $work/rec; echo exit=\$?; sleep 60"
 await 'replay 1/4'
-tmux -L "$socket" send-keys -t top Right Right
+tmux -S "$socket" send-keys -t top Right Right
 await 'replay 3/4'
 await '^DDR '
-tmux -L "$socket" send-keys -t top Left q
+tmux -S "$socket" send-keys -t top Left q
 await '^exit=0'
 echo "top-tmux: replay: steps and quits: ok"
 
