@@ -107,19 +107,6 @@ def options_and_output_files(monitor, out, with_http):
           "files left behind: %s" % os.listdir(out))
 
 
-def replay_repeats_the_live_output(monitor, work):
-    """What --record stored, --replay writes byte for byte as the live run wrote it."""
-    for form in ("report", "json"):
-        store = os.path.join(work, "store-" + form)
-        code, live, stderr = run(monitor, "--record", store, "--format", form, "--count", "3",
-                                 "--period", "50", "--pid", str(os.getpid()), "--pid", "1")
-        if not check(code == 0, "--record: %s" % stderr):
-            continue
-        code, replayed, stderr = run(monitor, "--replay", store, "--format", form)
-        check(code == 0 and stderr == "" and replayed == live,
-              "--replay %s: exit %d, %r\n%r\nagainst\n%r" % (form, code, stderr, replayed, live))
-
-
 def exited_process_leaves_and_sigint_ends(monitor):
     """A process that exits leaves the output from the pass after its exit (what is live is
     chosen once for every format, so JSON stands for them all); SIGINT then ends the run at once
@@ -146,10 +133,11 @@ def exited_process_leaves_and_sigint_ends(monitor):
     check(time.monotonic() - sent < 1.5, "SIGINT took %.1f s" % (time.monotonic() - sent))
 
 
-def hostile_names_and_command_lines(monitor, work, rss_bound):
+def hostile_names_and_command_lines(monitor, work, rss_bound, with_record):
     """What other users control (a registration directory anyone may write, a process's own
     command line) cannot make the monitor's memory or output grow with it; and a terminal gets
-    names escaped where a pipe gets the library's bytes."""
+    names escaped where a pipe gets the library's bytes. The JSON and piped report runs also
+    --record, and --replay writes what they wrote byte for byte."""
     # A 1.8 MB command line (the kernel allows a quarter of the default 8 MB stack); sleep adds up
     # its arguments, however many zeros they hold, and forks nothing that could hold our output.
     hostile = subprocess.Popen(["/bin/sleep", "30"] + ["0" * 130000] * 14)
@@ -161,8 +149,10 @@ def hostile_names_and_command_lines(monitor, work, rss_bound):
         open(os.path.join(work, "reg", pid, "name"), "wb").write(registered + b"\n")
     args = monitor + ["--pid", self, "--pid", other, "--regdir", os.path.join(work, "reg"),
                       "--count", "2", "--period", "50"]
-    child = subprocess.Popen(args + ["--format", "json"], stdout=subprocess.PIPE,
-                             stdin=subprocess.DEVNULL)
+    record = {form: ["--record", os.path.join(work, form)] if with_record else []
+              for form in ("json", "report")}
+    child = subprocess.Popen(args + ["--format", "json"] + record["json"],
+                             stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
     stdout = child.stdout.read()
     _, status, usage = os.wait4(child.pid, 0)
     check(status == 0 and len(stdout) < 32 << 10,
@@ -193,9 +183,14 @@ def hostile_names_and_command_lines(monitor, work, rss_bound):
     check(child.wait(30) == 0, "report on a terminal: %s" % child.stderr.read())
     check(b": cam\\x1b]0;owned\\x07\\x1b[2J\\x0d\\u009bxxx" in shown, "terminal: name not escaped")
     check(b"\x1b" not in shown and b"\x07" not in shown, "terminal: control characters shown")
-    _, piped, _ = run(args)
+    _, piped, _ = run(args + ["--format", "report"] + record["report"])
     check(": " + name.encode("latin-1")[:255].decode(errors="replace") + "\n" in piped,
           "a pipe did not get the name's bytes")
+    for form, live in (("json", stdout.decode(errors="replace")), ("report", piped)):
+        if with_record:
+            code, replayed, stderr = run(monitor, "--replay", record[form][1], "--format", form)
+            check(code == 0 and stderr == "" and replayed == live,
+                  "--replay %s: exit %d, %r\n%r\nagainst %r" % (form, code, stderr, replayed, live))
     hostile.kill()
     hostile.wait()
 
@@ -210,10 +205,9 @@ def main():
     with tempfile.TemporaryDirectory(prefix="zefo-tool-") as work:
         os.mkdir(os.path.join(work, "out"))
         options_and_output_files(options.monitor, os.path.join(work, "out/"), options.with_http)
-        if options.with_record:
-            replay_repeats_the_live_output(options.monitor, work)
         exited_process_leaves_and_sigint_ends(options.monitor)
-        hostile_names_and_command_lines(options.monitor, work, not options.no_rss_bound)
+        hostile_names_and_command_lines(options.monitor, work, not options.no_rss_bound,
+                                        options.with_record)
     for failure in failures:
         sys.stderr.write("FAIL: %s\n" % failure)
     return 1 if failures else 0
