@@ -52,12 +52,11 @@ for entry in "${cases[@]}"; do
      echo exit=\$?; stty -g >$work/after; sleep 60"
   await '^processes [0-9]+-[0-9]+ of'
   await 'busy +[0-9]+%'
-  await "^ +PID "
   # A panel shows once a pass has a figure for it; DDR needs two reads of its counters.
   for title in ${shown//|/ }; do await "^$title "; done
-  if [[ $absent != - ]]; then
-    for title in ${absent//|/ }; do ! screen | grep -Eq "^$title " || fail "an empty $title panel"; done
-  fi
+  for title in ${absent//[-|]/ }; do  # "-": none
+    ! screen | grep -Eq "^$title " || fail "an empty $title panel"
+  done
 
   tmux -S "$socket" send-keys -t top p
   await 'PIDv'
@@ -73,9 +72,9 @@ for entry in "${cases[@]}"; do
 
   tmux -S "$socket" resize-window -t top -x "${resized%x*}" -y "${resized#*x}"
   sleep 0.5
-  [[ $(screen | wc -l) -eq ${resized#*x} ]] || fail "not redrawn at $resized"
+  # (capture-pane always gives as many lines as the pane has, none wider than it; that no row is
+  # drawn wider than the terminal is top_model_test's.)
   screen | sed -n "${resized#*x}p" | grep -q '^processes' || fail "the status line is not at the bottom after the resize"
-  ! screen | awk -v w="${resized%x*}" 'length($0) > w {bad=1} END {exit !bad}' || fail "rows wider than $resized"
 
   case $end in
     q) tmux -S "$socket" send-keys -t top q ;;
