@@ -48,7 +48,6 @@ def options_and_output_files(monitor, out, with_http):
         (["--period", "1.5"], 2, "'1.5' is not a whole number"),
         (["--period", "-5"], 2, "'-5' is out of range"),
         (["--count", "0"], 2, "'0' is out of range"),
-        (["--count"], 2, "--count"),
         (["--pid", "1", "--pid", ""], 2, "'' is not a process id"),
         (["stray"], 2, "stray"),
         (["--format", "xml"], 2,
