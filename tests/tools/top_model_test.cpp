@@ -122,7 +122,7 @@ TEST(TopModelTest, KeysTypeAFilterAndChangeTheSort) {
   EXPECT_TRUE(view.reverse);
   HandleKey(kKeyEscape, view, 10);
   EXPECT_EQ(view.filter, "");
-  EXPECT_FALSE(HandleKey('q', view, 10));
+  // q, which ends the view, is top_tmux_test.sh's (the first case ends with it).
 }
 
 }  // namespace
