@@ -8,7 +8,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
 #include "support/board.h"
 #include "support/golden.h"
