@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """zefo-monitor --listen on loopback: what each route serves (the newest pass in the format the
 Accept header prefers, the page, the dashboard's bounded history); then hostile clients: held
-half-open connections,
-oversized and body-carrying requests, codings, SIGTERM while clients hold connections, and TLS
-with basic auth from a web configuration file (certificate and bcrypt hash made here).
+half-open connections, oversized and body-carrying requests, codings, SIGTERM while clients hold
+connections, and TLS with basic auth from a web configuration file (certificate and bcrypt hash
+made here).
 Exits 0 on success, 1 with a message on failure."""
 
 import argparse
 import base64
 import gzip
+import http.client
 import json
 import os
 import signal
@@ -49,40 +50,27 @@ def rss_kb(pid):
 
 
 def connect(port, source="127.0.0.1"):
-    sock = socket.socket()
-    sock.bind((source, 0))
-    sock.settimeout(5)
-    sock.connect(("127.0.0.1", port))
-    return sock
+    return socket.create_connection(("127.0.0.1", port), timeout=5, source_address=(source, 0))
 
 
-def request(port, text, wrap=None):
-    """Sends `text` and returns (status line, headers dict, body) of the answer."""
-    sock = connect(port)
-    if wrap:
-        sock = wrap(sock)
-    sock.sendall(text.encode())
-    data = b""
-    while True:
-        chunk = sock.recv(65536)
-        if not chunk:
-            break
-        data += chunk
-    sock.close()
-    head, _, body = data.partition(b"\r\n\r\n")
-    lines = head.decode("latin-1").split("\r\n")
-    headers = {k.lower(): v.strip() for k, _, v in (l.partition(":") for l in lines[1:])}
-    return lines[0], headers, body
+def get(port, path, headers={}, context=None, method="GET", body=None):
+    """Sends one request on a connection of its own; returns (status, headers, body)."""
+    if context is None:
+        conn = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+    else:
+        conn = http.client.HTTPSConnection("127.0.0.1", port, timeout=5, context=context)
+    try:
+        conn.request(method, path, body, headers)
+        answer = conn.getresponse()
+        return answer.status, answer.headers, answer.read()
+    finally:
+        conn.close()
 
 
-def get(port, path, extra="", wrap=None):
-    return request(port, "GET %s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n%s\r\n" %
-                   (path, extra), wrap)
-
-
-def wait_first_pass(port):
+def wait_first_pass(port, headers={}, context=None):
+    """Until the first pass, /metrics answers 503."""
     for _ in range(100):
-        if " 200 " in get(port, "/metrics")[0]:
+        if get(port, "/metrics", headers, context)[0] == 200:
             return
         time.sleep(0.05)
     fail("/metrics never answered 200")
@@ -97,16 +85,16 @@ def check_routes(monitor):
     """At a 10 ms period with a one-second history, a route at a time."""
     server, port = start(monitor, "--period", "10", "--history", "1")
     try:
-        wait_first_pass(port)  # until the first pass, /metrics answers 503
+        wait_first_pass(port)
         status, _, body = get(port, "/")
-        expect(" 200 " in status and b'href="/metrics"' in body, "the page: %s" % status)
-        expect(" 404 " in get(port, "/nothing")[0], "/nothing is not 404")
+        expect(status == 200 and b'href="/metrics"' in body, "the page: %d" % status)
+        expect(get(port, "/nothing")[0] == 404, "/nothing is not 404")
         _, headers, body = get(port, "/metrics")
         expect(headers["content-type"] == "text/plain; version=0.0.4; charset=utf-8" and
                b"\nzefo_update_time_seconds " in body, "/metrics: %s" % headers)
         # What Prometheus sends (which headers prefer what: tests/tools/http_routes_test.cpp).
-        _, headers, body = get(port, "/metrics", "Accept: application/openmetrics-text;"
-                               "version=1.0.0,text/plain;q=0.5\r\n")
+        _, headers, body = get(port, "/metrics", {"Accept": "application/openmetrics-text;"
+                                                  "version=1.0.0,text/plain;q=0.5"})
         expect(headers["content-type"].startswith("application/openmetrics-text") and
                body.endswith(b"# EOF\n"), "OpenMetrics asked for: %s" % headers)
         # The history keeps its window (about 100 passes; the ring itself is
@@ -127,7 +115,7 @@ def check_routes(monitor):
         expect(headers["content-type"] == "application/json" and latest["cpu"] and
                latest["update_time"] >= times[-1], "/api/latest: %s" % headers)
         for bad in ("0", "x", "1e999"):
-            expect(" 400 " in get(port, "/api/history?seconds=" + bad)[0], "seconds=" + bad)
+            expect(get(port, "/api/history?seconds=" + bad)[0] == 400, "seconds=" + bad)
         # Another zefo-monitor on the same port says so and exits 2.
         taken = subprocess.run([monitor, "--listen", "127.0.0.1:%d" % port],
                                capture_output=True, text=True, timeout=10)
@@ -155,8 +143,8 @@ def check_hostile(monitor):
         began = time.monotonic()
         status, _, body = get(port, "/metrics")
         took = time.monotonic() - began
-        if " 200 " not in status or b"zefo_update_time_seconds" not in body or took > 1:
-            fail("/metrics with %d half-open connections held: %s in %.3f s" % (HELD, status, took))
+        if status != 200 or b"zefo_update_time_seconds" not in body or took > 1:
+            fail("/metrics with %d half-open connections held: %d in %.3f s" % (HELD, status, took))
         print("scrape with %d half-open connections held: %.1f ms, server RSS %d kB" %
               (HELD, took * 1000, rss_kb(server.pid)))
         # One address may hold only so many: the rest are closed at once.
@@ -172,16 +160,16 @@ def check_hostile(monitor):
             fail("40 connections from one address were all kept")
 
         cases = [
-            # (request, status expected)
-            ("GET /%s HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n" % ("x" * 20000), "414"),
-            ("GET / HTTP/1.1\r\nHost: b\r\nConnection: close\r\nX-Big: %s\r\n\r\n" % ("y" * 20000), "431"),
-            ("DELETE /metrics HTTP/1.1\r\nHost: b\r\nConnection: close\r\n\r\n", "405"),
-            ("GET /metrics HTTP/1.1\r\nHost: b\r\nContent-Length: 5\r\n\r\nhello", "413"),
+            # (method, path, headers, body, status expected)
+            ("GET", "/" + "x" * 20000, {}, None, 414),
+            ("GET", "/", {"X-Big": "y" * 20000}, None, 431),
+            ("DELETE", "/metrics", {}, None, 405),
+            ("GET", "/metrics", {}, "hello", 413),
         ]
-        for text, expected in cases:
-            status = request(port, text)[0]
-            if " %s " % expected not in status:
-                fail("%r...: %s, not %s" % (text[:40], status, expected))
+        for method, path, headers, body, expected in cases:
+            status = get(port, path, headers, method=method, body=body)[0]
+            if status != expected:
+                fail("%s %s...: %d, not %d" % (method, path[:20], status, expected))
 
         # A 100 MB body is refused before it is read: the answer comes while it is being sent,
         # and the server does not grow by it.
@@ -201,7 +189,7 @@ def check_hostile(monitor):
             fail("the server grew by %d kB on a refused body" % (rss_kb(server.pid) - before))
 
         # gzip when asked (which codings count as asking: tests/tools/http_routes_test.cpp).
-        _, headers, body = get(port, "/metrics", "Accept-Encoding: br, gzip;q=0.1\r\n")
+        _, headers, body = get(port, "/metrics", {"Accept-Encoding": "br, gzip;q=0.1"})
         if b"zefo_update_time_seconds" not in gzip.decompress(body):
             fail("the gzipped exposition does not decode")
 
@@ -254,46 +242,40 @@ def check_web_config(monitor, openssl):
     server, port = start(monitor, "--web-config", path("web.yml"), *ONLY_ME)
     try:
         context = ssl.create_default_context(cafile=path("board.crt"))
-        wrap = lambda sock: context.wrap_socket(sock, server_hostname="localhost")
-        wait = time.monotonic() + 5
-        auth = "Authorization: Basic %s\r\n"
-        token = lambda who: base64.b64encode(who.encode()).decode()
-        while " 200 " not in get(port, "/metrics", auth % token("scraper:right"), wrap)[0]:
-            if time.monotonic() > wait:
-                fail("no 200 over TLS with the right password")
-            time.sleep(0.1)
+        auth = lambda who: {"Authorization": "Basic " + base64.b64encode(who.encode()).decode()}
+        wait_first_pass(port, auth("scraper:right"), context)
         for who in ("scraper:wrong", "nobody:right"):
-            status, headers, _ = get(port, "/metrics", auth % token(who), wrap)
-            if " 401 " not in status or "basic" not in headers.get("www-authenticate", "").lower():
-                fail("%s: %s" % (who, status))
-        if " 401 " not in get(port, "/", "", wrap)[0]:
+            status, headers, _ = get(port, "/metrics", auth(who), context)
+            if status != 401 or "basic" not in headers.get("www-authenticate", "").lower():
+                fail("%s: %d" % (who, status))
+        if get(port, "/", {}, context)[0] != 401:
             fail("the dashboard is served without a password")
         try:  # plain HTTP to the TLS port: no answer
-            plain = get(port, "/metrics", auth % token("scraper:right"))[0]
-        except OSError as error:
-            plain = str(error)
-        if " 200 " in plain:
-            fail("plain HTTP to the TLS port was answered: %s" % plain)
+            plain = get(port, "/metrics", auth("scraper:right"))[0]
+        except (OSError, http.client.HTTPException) as error:
+            plain = error
+        if plain == 200:
+            fail("plain HTTP to the TLS port was answered")
         # Someone guessing passwords keeps bcrypt busy; the scraper, whose login passed
         # before, is still answered at once.
         done = time.monotonic() + 2
         def guess():
             while time.monotonic() < done:
                 try:
-                    get(port, "/metrics", auth % token("scraper:guess"), wrap)
-                except OSError:
+                    get(port, "/metrics", auth("scraper:guess"), context)
+                except (OSError, http.client.HTTPException):
                     pass  # a guess may wait behind the others longer than the client does
         guessers = [threading.Thread(target=guess) for _ in range(6)]
         for thread in guessers:
             thread.start()
         time.sleep(0.5)
         began = time.monotonic()
-        status = get(port, "/metrics", auth % token("scraper:right"), wrap)[0]
+        status = get(port, "/metrics", auth("scraper:right"), context)[0]
         took = time.monotonic() - began
         for thread in guessers:
             thread.join()
-        if " 200 " not in status or took > 1:
-            fail("while passwords were guessed: %s after %.2f s" % (status, took))
+        if status != 200 or took > 1:
+            fail("while passwords were guessed: %d after %.2f s" % (status, took))
         print("scrape over TLS while 6 clients guess passwords: %.1f ms" % (took * 1000))
     finally:
         server.send_signal(signal.SIGTERM)
