@@ -205,9 +205,10 @@ async function main() {
 
     browser = await chromium.launchPersistentContext(path.join(work, 'profile'), {
       executablePath: option('--chromium', '/usr/bin/chromium'),
+      // playwright adds --headless, --no-sandbox and the switches that keep chromium off the
+      // network (no first-run, background networking, component updates or sync) itself.
       headless: true,
-      args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-        '--disable-background-networking', '--disable-component-update', '--disable-sync'],
+      args: ['--disable-gpu', '--disable-quic'],
       viewport: { width: 1440, height: 900 },
     });
     const page = browser.pages()[0] ?? (await browser.newPage());
