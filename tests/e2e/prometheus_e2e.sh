@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
 # End to end on loopback: a simulated board, one zefo-monitor writing a textfile for the real
 # node_exporter (textfile collector only) and serving /metrics itself, and a real Prometheus
-# server scraping both every second. Passes when the server holds series of every zefo_ metric
-# through both paths, every kind of figure among them, and the total memory it stored equals
-# the machine's MemTotal; and when a second zefo-monitor, serving over TLS with basic auth from a
-# web configuration file, is scraped (what a wrong password or plain HTTP get is
-# tests/http/http_hostile_test.py's). Then, over 60 s of traffic it makes (TCP over loopback, writes to
-# the disk, a steady load on the simulated DDR ports), rate() of the network, disk and DDR
-# counters agrees with it within 5 %; every query of prometheus/zefo-dashboard.json returns data
-# (the rules of prometheus/ loaded); a process that exits leaves the latest scrape; and the
-# OpenMetrics reference parser (python3-prometheus-client) reads zefo-monitor's /metrics.
+# server scraping both every 2 s (asking for OpenMetrics and gzip, as every scrape of it does:
+# the negotiation and the coding are tested here, with the real client). Passes when the server
+# holds series of every zefo_ metric through both paths, every kind of figure among them, and
+# the total memory it stored equals the machine's MemTotal; and when a second zefo-monitor,
+# serving over TLS with basic auth from a web configuration file, is scraped (what a wrong
+# password or plain HTTP get is tests/http/http_hostile_test.py's). Then, over 60 s of traffic
+# it makes (TCP over loopback, writes to the disk, a steady load on the simulated DDR ports),
+# rate() of the network, disk and DDR counters agrees with it within 5 %; every query of
+# prometheus/zefo-dashboard.json returns data (the rules of prometheus/ loaded); a process that
+# exits leaves the latest scrape; and the OpenMetrics reference parser
+# (python3-prometheus-client) reads zefo-monitor's /metrics.
 # Installs prometheus, prometheus-node-exporter (large, hence not in scripts/bootstrap) and
 # python3-prometheus-client when missing. Everything it starts is stopped on exit.
 #
