@@ -160,16 +160,6 @@ TEST(ResourceInfoTest, FirstSampleStoresLaterOnesUpdateAcrossGaps) {
   EXPECT_EQ(CounterItem::destroyed, 3);  // the rest once each, with their container
 }
 
-template <typename Monitor>
-uint64_t WaitForPass(Monitor& monitor) {
-  uint64_t update_time = 0;
-  for (int i = 0; i < 5000 && update_time == 0; ++i) {
-    update_time = monitor.GetUpdateTime();
-    if (update_time == 0) std::this_thread::sleep_for(milliseconds(1));
-  }
-  return update_time;
-}
-
 TEST(AggregatorTest, ReportFrameLookupAndReplacement) {
   int deleted = 0;
   ZefoResourceMonitor monitor(
@@ -177,7 +167,8 @@ TEST(AggregatorTest, ReportFrameLookupAndReplacement) {
        new StandIn(Cpu, {"cpu10", "cpu2", "cpu1"}), new StandIn(ProcInfo, {})},
       60000);
   EXPECT_EQ(deleted, 1);  // a second monitor of a kind replaces the first
-  const uint64_t update_time = WaitForPass(monitor);
+  const uint64_t update_time = monitor.WaitForUpdate(0, 5000);
+  EXPECT_EQ(monitor.GetUpdateTime(), update_time);
   // Milliseconds since the epoch need 41 bits; `unsigned long` carries them modulo its width.
   ASSERT_GT(update_time, uint64_t{1} << 40);
   std::ostringstream report;
@@ -199,7 +190,7 @@ TEST(AggregatorTest, ReportFrameLookupAndReplacement) {
 
 TEST(AggregatorTest, ProcessOnlyModeHasOneSeparatorAndNoSystemItems) {
   ZefoResourceMonitorApi api(60000, std::set<std::string>{"1"});
-  const uint64_t update_time = WaitForPass(api);
+  const uint64_t update_time = api.WaitForUpdate(0, 5000);
   std::ostringstream report;
   api.PrintToStream(report);
   EXPECT_EQ(report.str(),
@@ -304,7 +295,7 @@ TEST(ThreadingTest, HostsSeeWholePassesGetTheirTurnAndDestroyingWaitsForNoPeriod
 
   // The thread waits out a 2 s period after its first pass; destruction cuts that short.
   auto* idle = new ZefoResourceMonitor({new StandIn(Cpu, {})}, 2000);
-  WaitForPass(*idle);
+  idle->WaitForUpdate(0, 5000);
   const auto start = Clock::now();
   delete idle;
   EXPECT_LT(Clock::now() - start, milliseconds(1500));
