@@ -164,7 +164,7 @@ TEST(ResourceInfoTest, FirstSampleStoresLaterOnesUpdateAcrossGaps) {
   EXPECT_EQ(CounterItem::destroyed, 3);  // the rest once each, with their container
 }
 
-TEST(AggregatorTest, ReportFrameLookupAndReplacement) {
+TEST(AggregatorTest, LookupAndReplacement) {
   int deleted = 0;
   auto* memory = new StandIn(Memory, {"b", "a"});
   ZefoResourceMonitor monitor(
@@ -177,11 +177,6 @@ TEST(AggregatorTest, ReportFrameLookupAndReplacement) {
   EXPECT_EQ(memory->thread_name, "res_monitor");  // as ps and top show the sampler
   // Milliseconds since the epoch need 41 bits; `unsigned long` carries them modulo its width.
   ASSERT_GT(update_time, uint64_t{1} << 40);
-  std::ostringstream report;
-  monitor.PrintToStream(report);
-  const std::string sep = "--------------------\n";
-  EXPECT_EQ(report.str(), "update time: " + std::to_string(update_time) + "\n" +
-                              "1:cpu1\n1:cpu10\n1:cpu2\n" + sep + "4:a\n4:b\n" + sep + sep + "\n");
   std::vector<ResourceMonitorType> seen;
   unsigned long legacy = 0;
   monitor.GetResourceInfo(legacy,
@@ -201,7 +196,6 @@ TEST(AggregatorTest, ProcessOnlyModeHasOneSeparatorAndNoSystemItems) {
   api.PrintToStream(report);
   EXPECT_EQ(report.str(),
             "update time: " + std::to_string(update_time) + "\n" + "-------" + "-------------\n\n");
-  EXPECT_EQ(api.GetResourceItem(Cpu, "total"), nullptr);
 }
 
 TEST(ThreadingTest, TimerAndLock) {
