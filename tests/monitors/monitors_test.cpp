@@ -36,15 +36,10 @@ namespace {
 using namespace std::string_literals;
 using testing::Figures;
 using testing::FixtureTree;
+using testing::Item;
 using testing::MakeMonitor;
 using testing::Rows;
 using testing::Shown;
-
-template <typename T = ResourceItem>
-const T* Item(const BaseMonitor& monitor, const std::string& name) {
-  const auto it = monitor.Items().find(name);
-  return it == monitor.Items().end() ? nullptr : dynamic_cast<const T*>(it->second);
-}
 
 std::vector<std::string> Names(const BaseMonitor& monitor) {
   std::vector<std::string> names;

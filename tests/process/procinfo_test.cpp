@@ -24,11 +24,7 @@ namespace {
 
 using namespace std::string_literals;
 using testing::FixtureTree;
-
-const ProcInfoResourceItem* Item(const ProcInfoMonitor& m, const std::string& pid) {
-  auto it = m.Items().find(pid);
-  return it == m.Items().end() ? nullptr : dynamic_cast<ProcInfoResourceItem*>(it->second);
-}
+using testing::Item;
 
 // Scripted clock: each call returns the next time, the last one for good.
 const int64_t* g_times = nullptr;
@@ -51,8 +47,8 @@ TEST(ProcInfoMonitorTest, FixedSetSampledInStringOrderOnly) {
     ASSERT_TRUE(monitor.DoMonitor());
   }
   ASSERT_EQ(monitor.Items().size(), 2u);
-  EXPECT_EQ(Item(monitor, "100")->io_read_bandwidth, 2097152 / 2.0);
-  EXPECT_EQ(Item(monitor, "300")->io_read_bandwidth, 200.0);
+  EXPECT_EQ(Item<ProcInfoResourceItem>(monitor, "100")->io_read_bandwidth, 2097152 / 2.0);
+  EXPECT_EQ(Item<ProcInfoResourceItem>(monitor, "300")->io_read_bandwidth, 200.0);
 }
 
 // A child answering one-byte commands on a socket, each acknowledged with the same byte: 'o'
@@ -101,7 +97,7 @@ TEST(ProcInfoLive, IoMemoryAndDescriptorsOfAChild) {
   ASSERT_TRUE(monitor.DoMonitor());
   ASSERT_TRUE(child.Ask('w'));
   ASSERT_TRUE(monitor.DoMonitor());  // same fake time: only the counters move
-  const ProcInfoResourceItem* item = Item(monitor, pid);
+  const auto* item = Item<ProcInfoResourceItem>(monitor, pid);
   ASSERT_NE(item, nullptr);
   std::ifstream status("/proc/" + pid + "/status");
   long long rss_kb = -1;
@@ -201,7 +197,7 @@ TEST(ProcInfoLive, BusyChildReadsWhatTheSchedulerGaveIt) {
 #ifdef ZEFO_UNDER_EMULATOR
   GTEST_SKIP() << "under qemu-user the child is the emulator, whose figures count its threads";
 #endif
-  const ProcInfoResourceItem* item = Item(monitor, std::to_string(pid));
+  const auto* item = Item<ProcInfoResourceItem>(monitor, std::to_string(pid));
   ASSERT_NE(item, nullptr);
   EXPECT_NEAR(item->user + item->system, 100.0 * ran_ns / wall_ns, 15.0);
 }

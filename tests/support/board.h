@@ -48,6 +48,13 @@ inline std::unique_ptr<BaseMonitor> MakeMonitor<ProcInfoMonitor>(const KernelPat
   return monitor;
 }
 
+// The item `name` of `monitor` as a T; null when there is none.
+template <typename T = ResourceItem>
+const T* Item(const BaseMonitor& monitor, const std::string& name) {
+  const auto it = monitor.Items().find(name);
+  return it == monitor.Items().end() ? nullptr : dynamic_cast<const T*>(it->second);
+}
+
 // Every item of `monitor`: its name and the samples taken, then its report block (NUL bytes
 // written \x00).
 std::string ItemsShown(const BaseMonitor& monitor);
