@@ -24,10 +24,6 @@ using testing::FixtureTree;
 using testing::MakeMonitor;
 using Items = std::set<std::string>;
 
-std::string N(long long value) {
-  return std::to_string(value);
-}
-
 using Tree = const FixtureTree&;
 using Rel = const std::string&;
 
@@ -233,7 +229,7 @@ TEST(FaultsOf, EveryFileOfTheDiskReader) {
       "disk",
       MakeMonitor<DiskMonitor>,
       [](const FixtureTree& tree, int pass) {
-        testing::WriteDisk(tree, {"/data", "/logs"}, N(100 * pass), "0");
+        testing::WriteDisk(tree, {"/data", "/logs"}, std::to_string(100 * pass), "0");
       },
       {{"proc/mounts", "/dev/bad", 1, {}, all}, {"proc/diskstats", "   7 99 x", 0, {}, all}},
       {"  available size", "  total size"}};
