@@ -1,5 +1,5 @@
 // Every output format over the fixture board, as golden files (ZEFO_UPDATE_GOLDEN=1 rewrites
-// them); the two expositions agreeing; the report of a copy matching the library's own.
+// them); the report of a copy matching the library's own.
 #include <chrono>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -42,25 +42,12 @@ TEST(FormatTest, GoldenOutputsOfTheBoard) {
     coloured.erase(at, coloured.find('m', at) - at + 1);
   }
   EXPECT_EQ(coloured, line);
-  const std::string om = FormatPass(pass, Format::kOpenMetrics, options);
-  const std::string prom = FormatPass(pass, Format::kPrometheus, options);
-  testing::ExpectGolden("format_openmetrics.txt", om);
-  testing::ExpectGolden("format_prometheus.txt", prom);
-  // JSON is one line per pass; the golden file holds it indented, for review.
+  testing::ExpectGolden("format_openmetrics.txt", FormatPass(pass, Format::kOpenMetrics, options));
+  testing::ExpectGolden("format_prometheus.txt", FormatPass(pass, Format::kPrometheus, options));
+  // JSON is one line per pass (what zefo-monitor's tool test checks of its output files); the
+  // golden file holds it indented, for review.
   const std::string json = FormatPass(pass, Format::kJson, options);
-  EXPECT_EQ(json.find('\n'), json.size() - 1);
   testing::ExpectGolden("format_json.txt", nlohmann::ordered_json::parse(json).dump(2) + "\n");
-
-  // The expositions carry one set of samples and differ only in metadata.
-  const auto samples = [](const std::string& text) {
-    std::vector<std::string> kept;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-      if (line[0] != '#') kept.push_back(line);
-    }
-    return kept;
-  };
-  EXPECT_EQ(samples(om), samples(prom));
 }
 
 // A pass in which no monitor has an item yet shows its time and nothing else, in every format.
