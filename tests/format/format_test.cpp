@@ -44,8 +44,8 @@ TEST(FormatTest, GoldenOutputsOfTheBoard) {
   EXPECT_EQ(coloured, line);
   testing::ExpectGolden("format_openmetrics.txt", FormatPass(pass, Format::kOpenMetrics, options));
   testing::ExpectGolden("format_prometheus.txt", FormatPass(pass, Format::kPrometheus, options));
-  // JSON is one line per pass (what zefo-monitor's tool test checks of its output files); the
-  // golden file holds it indented, for review.
+  // JSON is one line per pass (zefo-monitor's tool test parses its JSON output a line at a time);
+  // the golden file holds it indented, for review.
   const std::string json = FormatPass(pass, Format::kJson, options);
   testing::ExpectGolden("format_json.txt", nlohmann::ordered_json::parse(json).dump(2) + "\n");
 }
