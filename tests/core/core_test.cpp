@@ -266,9 +266,11 @@ TEST(ThreadingTest, HostsSeeWholePassesGetTheirTurnAndDestroyingWaitsForNoPeriod
   EXPECT_GE(seen_max, 5);
   delete monitor;
 
-  // The thread waits out a 2 s period after its first pass; destruction cuts that short.
+  // The thread waits out a 2 s period after its first pass; destruction cuts that short. The
+  // destruction comes once the thread is waiting: right after the pass it could come first.
   auto* idle = new ZefoResourceMonitor({new StandIn(Cpu, {})}, 2000);
   idle->WaitForUpdate(0, 5000);
+  std::this_thread::sleep_for(milliseconds(100));
   const auto start = Clock::now();
   delete idle;
   EXPECT_LT(Clock::now() - start, milliseconds(1500));
