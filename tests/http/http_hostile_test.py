@@ -51,21 +51,21 @@ def connect(port, source="127.0.0.1"):
     return socket.create_connection(("127.0.0.1", port), timeout=5, source_address=(source, 0))
 
 
-def get(port, path, headers={}, context=None, method="GET", body=None):
+def get(port, path, headers=None, context=None, method="GET", body=None):
     """Sends one request on a connection of its own; returns (status, headers, body)."""
     if context is None:
         conn = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
     else:
         conn = http.client.HTTPSConnection("127.0.0.1", port, timeout=5, context=context)
     try:
-        conn.request(method, path, body, headers)
+        conn.request(method, path, body, headers or {})
         answer = conn.getresponse()
         return answer.status, answer.headers, answer.read()
     finally:
         conn.close()
 
 
-def wait_first_pass(port, headers={}, context=None):
+def wait_first_pass(port, headers=None, context=None):
     """Until the first pass, /metrics answers 503."""
     for _ in range(100):
         if get(port, "/metrics", headers, context)[0] == 200:
